@@ -1,0 +1,186 @@
+#define LOG_TAG "Vymedia_monitor"
+
+#include "writers/MediaLogBase.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <memory>
+
+#include <bounds_checked.h>
+#include <cutils/properties.h>
+#include <log/log.h>
+
+#include "writers/MediaMonitorPolicy.h"
+
+namespace android {
+
+namespace {
+
+constexpr nsecs_t kNanosPerSecond = 1000000000LL;
+constexpr nsecs_t kDefaultCycle = 86400 * kNanosPerSecond;
+constexpr size_t kProcPathSize = 256;
+constexpr size_t kCmdlineSize = 256;
+constexpr size_t kTimeTextSize = 64;
+
+}  // namespace
+
+MediaLogBase::MediaLogBase(const sp<MediaMonitorPolicy>& policy)
+    : globalMediaLogCycleDuration(kDefaultCycle),
+      mDebuggable(false),
+      mNewLine("\n"),
+      mSemicolon(";"),
+      mAt("@"),
+      mRadarHead("Package:app-media\nAPK version:1.0\nBug type: 100\nScene def: 1900"),
+      mLogMemSize(0),
+      mLastSendTime(0),
+      mWriterType(0),
+      mCurFileSize(0),
+      mPolicy(policy) {
+    GetDefault();
+}
+
+MediaLogBase::~MediaLogBase() = default;
+
+void MediaLogBase::GetDefault() {
+    char value[PROPERTY_VALUE_MAX] = {};
+    mDebuggable = false;
+    property_get("ro.media.debuggable", value, "false");
+    // Only the first four bytes count: any value beginning with "true" is on.
+    if (strncmp(value, "true", 4) == 0) {
+        mDebuggable = true;
+    }
+
+    globalMediaLogCycleDuration = kDefaultCycle;
+    memset_s(value, sizeof(value), 0, sizeof(value));
+    property_get("ro.media.uploadduration", value, "-1");
+    const int seconds = atoi(value);
+    if (seconds >= 1) {
+        globalMediaLogCycleDuration = static_cast<nsecs_t>(static_cast<uint32_t>(seconds)) *
+                                      kNanosPerSecond;
+    }
+    if (mDebuggable) {
+        ALOGD("MediaLogBase globalMediaLogCycleDuration = %dS",
+              static_cast<int>(globalMediaLogCycleDuration / kNanosPerSecond));
+    }
+}
+
+void MediaLogBase::GetMediaLogbody(int fd) {
+    if (mLogMemSize != 0) {
+        WriteToFile();
+        struct stat st;
+        if (fstat(fd, &st) == 0) {
+            mCurFileSize = st.st_size;
+        }
+    }
+    if (mCurFileSize < 1) {
+        return;
+    }
+    close(fd);
+    AppendRecordFile();
+}
+
+void MediaLogBase::AppendRecordFile() {
+    const char* path = mWriterType == LOG_TYPE_BD_FLOW ? BD_FLOW_FILE : BD_COUNT_FILE;
+    const int fd = open(path, O_RDONLY | O_CREAT | O_CLOEXEC, 0664);
+    if (fd < 0) {
+        return;
+    }
+    // One spare zero byte so the append stops at the file's end.
+    const size_t size = static_cast<size_t>(mCurFileSize);
+    std::unique_ptr<char[]> buffer(new (std::nothrow) char[size + 1]);
+    if (buffer != nullptr) {
+        memset_s(buffer.get(), size + 1, 0, size + 1);
+        if (read(fd, buffer.get(), size) >= 0) {
+            mLogBody.append(buffer.get());
+        }
+    }
+    close(fd);
+}
+
+status_t MediaLogBase::WriteLogExceptionMsg(const char* a, int /*b*/, const char* c,
+                                            const char* d) {
+    if (c == nullptr || a == nullptr || d == nullptr) {
+        return UNKNOWN_ERROR;
+    }
+    return OK;
+}
+
+status_t MediaLogBase::WriteLogExceptionMsg(const char* a, int /*b*/, const char* /*c*/,
+                                            const char* d, const char* e) {
+    if (d == nullptr || a == nullptr || e == nullptr) {
+        return UNKNOWN_ERROR;
+    }
+    return OK;
+}
+
+status_t MediaLogBase::WriteLogExceptionCmd(const char* a, const char* b) {
+    if (b == nullptr || a == nullptr) {
+        return UNKNOWN_ERROR;
+    }
+    return OK;
+}
+
+String8 MediaLogBase::GetFormattedCurrentTime() {
+    const time_t now = time(nullptr);
+    struct tm local;
+    if (localtime_r(&now, &local) == nullptr) {
+        if (mDebuggable) {
+            ALOGD("MediaLogBase::GetFormattedCurrentTime localTime is null");
+        }
+        return String8();
+    }
+    char text[kTimeTextSize] = {};
+    strftime(text, sizeof(text), "%m-%d %H:%M:%S", &local);
+    return String8(text);
+}
+
+String8 MediaLogBase::GetAppNameByPid(int pid) {
+    if (pid == -1) {
+        return String8();
+    }
+    char path[kProcPathSize] = {};
+    snprintf_s(path, sizeof(path), sizeof(path) - 1, "/proc/%d/cmdline", pid);
+    path[sizeof(path) - 1] = '\0';
+
+    char cmdline[kCmdlineSize] = {};
+    FILE* file = fopen(path, "re");
+    if (file != nullptr) {
+        if (fgets(cmdline, sizeof(cmdline), file) == nullptr) {
+            cmdline[0] = '\0';
+        }
+        fclose(file);
+    }
+    cmdline[sizeof(cmdline) - 1] = '\0';
+    // The command line's first NUL ends the process name.
+    return cmdline[0] != '\0' ? String8(cmdline) : String8("Unknow App");
+}
+
+void MediaLogBase::SetCurFileSize(long* size) {
+    if (size == nullptr) {
+        ALOGW("MediaLogBase::SetCurFileSize fail, ptr is null");
+        return;
+    }
+    if (mDebuggable) {
+        ALOGD("MediaLogBase::SetCurFileSize:%ld", *size);
+    }
+    mCurFileSize = *size;
+}
+
+void MediaLogBase::TriggerLogStrategy() {
+    if (mDebuggable) {
+        ALOGD("MediaLogBase::TriggerLogStrategy");
+    }
+    if (mPolicy == nullptr) {
+        return;
+    }
+    sp<MediaLogBase> self(this);
+    mPolicy->TriggerLogSendPolicy(self);
+}
+
+}  // namespace android

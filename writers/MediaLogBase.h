@@ -1,0 +1,124 @@
+// Base of every log writer: the upload cycle and debug switch read from the
+// properties, the memory charge and last send time that the send policy
+// judges, and the virtual interface through which the service and the
+// policy drive a writer.
+//
+// The base takes no lock. A writer's public write operations take its mutex
+// (`mLock`, or a mutex of the writer's own) and end in TriggerLogStrategy
+// with it held, so the policy's call-backs (WriteToFile, DoSendMediaLog,
+// ResetLogMem and the getters) must not take it again.
+#ifndef VYMM_WRITERS_MEDIA_LOG_BASE_H
+#define VYMM_WRITERS_MEDIA_LOG_BASE_H
+
+#include <stdint.h>
+
+#include <utils/Errors.h>
+#include <utils/Mutex.h>
+#include <utils/RefBase.h>
+#include <utils/String8.h>
+#include <utils/Timers.h>
+
+namespace android {
+
+class MediaMonitorPolicy;
+
+// Writer types, the value of mWriterType; the send policy switches on them.
+enum : int32_t {
+    LOG_TYPE_EXCEPTION_LOG = 1,
+    LOG_TYPE_BD_FLOW = 2,
+    LOG_TYPE_BD_COUNT = 3,
+    LOG_TYPE_EXCEPTION = 4,
+    LOG_TYPE_KPI = 5,
+    LOG_TYPE_BIGDATA = 6,
+};
+
+// Record files, relative to the working directory as on the device.
+constexpr char BD_FLOW_FILE[] = "data/log/mediaBDflow.log";
+constexpr char BD_COUNT_FILE[] = "data/log/mediaBDcont.log";
+
+class MediaLogBase : public RefBase {
+public:
+    // One flow-file record.
+    struct BigData {
+        int32_t pid;
+        int32_t type;
+        int32_t reserved;  // always 0, never printed
+        String8 time;
+        String8 appName;
+        String8 msg;
+    };
+
+    // A null policy is kept as null; the writer then never triggers it.
+    explicit MediaLogBase(const sp<MediaMonitorPolicy>& policy);
+    ~MediaLogBase() override;
+
+    // Slots 1 to 10 of the writer interface; the base does nothing, and its
+    // getters leave their out-arguments untouched, so callers pre-set them.
+    virtual void WriteToFile() {}
+    // Flushes memory to the record file; when the file then has content,
+    // closes fd and appends the file's text to mLogBody. Else fd stays open.
+    virtual void GetMediaLogbody(int fd);
+    // Uploads what the writer holds; true when an upload was carried out.
+    virtual bool DoSendMediaLog() { return false; }
+    virtual void Dump(int /*fd*/) {}
+    virtual void ResetLogMem() {}
+    // The record file, or null for a writer without one.
+    virtual const char* GetFilePath() { return nullptr; }
+    virtual void GetMemInfos(int* /*cur*/, int* /*max*/) {}
+    virtual void GetFileInfos(int* /*max*/) {}
+    // Both in nanoseconds of the monotonic clock; a lastTime of -1 means
+    // the writer is never due by time.
+    virtual void GetLastTime(long* /*lastTime*/, long* /*cycle*/) {}
+    virtual void GetLogPrior(int* /*prior*/) {}
+
+    // Reads ro.media.debuggable and ro.media.uploadduration.
+    void GetDefault();
+
+    // Validation only: UNKNOWN_ERROR when a checked text is null, else 0.
+    // The text they compose is never kept or sent.
+    status_t WriteLogExceptionMsg(const char* a, int b, const char* c, const char* d);
+    status_t WriteLogExceptionMsg(const char* a, int b, const char* c, const char* d,
+                                  const char* e);
+    status_t WriteLogExceptionCmd(const char* a, const char* b);
+
+    // Local time as "%m-%d %H:%M:%S", or empty when it cannot be converted.
+    String8 GetFormattedCurrentTime();
+    // The process name of pid, "Unknow App" when unreadable, empty for pid -1.
+    String8 GetAppNameByPid(int pid);
+    void SetCurFileSize(long* size);
+    // Hands this writer to the send policy; the caller holds the writer's mutex.
+    void TriggerLogStrategy();
+
+protected:
+    friend class MediaMonitorPolicy;
+
+    // Set by GetDefault at construction.
+    nsecs_t globalMediaLogCycleDuration;
+    bool mDebuggable;
+
+    // Constant separators and the radar-report header.
+    const String8 mNewLine;
+    const String8 mSemicolon;
+    const String8 mAt;
+    const String8 mRadarHead;
+
+    // Owned by the writer, touched under its mutex.
+    String8 mLogBody;
+    size_t mLogMemSize;       // in the writer's own unit (bytes or a count)
+    nsecs_t mLastSendTime;    // monotonic; -1: not due by time
+    int32_t mWriterType;      // one of LOG_TYPE_*
+    long mCurFileSize;        // bytes of the record file, as last measured
+
+    // The writer's mutex. The base never takes it.
+    Mutex mLock;
+
+    const sp<MediaMonitorPolicy> mPolicy;
+
+private:
+    // Reads the whole record file of this writer into mLogBody.
+    void AppendRecordFile();
+};
+
+}  // namespace android
+
+#endif
