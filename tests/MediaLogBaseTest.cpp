@@ -1,0 +1,133 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <regex>
+
+#include <android/log.h>
+#include <gtest/gtest.h>
+
+#include "support/FakeWriter.h"
+#include "support/LogCapture.h"
+#include "support/TestEnv.h"
+#include "writers/MediaMonitorPolicy.h"
+
+using android::MediaMonitorPolicy;
+using android::sp;
+using android::String8;
+
+namespace {
+
+constexpr long kSecond = 1000000000L;
+
+sp<FakeWriter> MakeWriter(int32_t type = android::LOG_TYPE_BD_FLOW) {
+    return new FakeWriter(new MediaMonitorPolicy, type);
+}
+
+TEST(MediaLogBaseTest, ReadsUploadCycleAndDebugSwitch) {
+    LogCapture log;
+    const struct {
+        const char* upload;
+        long cycle;
+    } uploads[] = {{"3600", 3600 * kSecond}, {"1", kSecond},          {"0", 86400 * kSecond},
+                   {"-5", 86400 * kSecond},  {"abc", 86400 * kSecond}, {"", 86400 * kSecond}};
+    for (const auto& c : uploads) {
+        ScopedProperty upload("ro.media.uploadduration", c.upload);
+        EXPECT_EQ(MakeWriter()->globalMediaLogCycleDuration, c.cycle) << "'" << c.upload << "'";
+    }
+
+    const struct {
+        const char* value;
+        bool on;
+    } switches[] = {{"true", true}, {"trueX", true}, {"True", false}, {"1", false}, {"", false}};
+    for (const auto& c : switches) {
+        ScopedProperty debuggable("ro.media.debuggable", c.value);
+        EXPECT_EQ(MakeWriter()->mDebuggable, c.on) << "'" << c.value << "'";
+    }
+
+    ScopedProperty debuggable("ro.media.debuggable", "true");
+    ScopedProperty upload("ro.media.uploadduration", "3600");
+    log.Clear();
+    MakeWriter();
+    EXPECT_TRUE(log.Contains(ANDROID_LOG_DEBUG, "Vymedia_monitor",
+                             "MediaLogBase globalMediaLogCycleDuration = 3600S"));
+}
+
+TEST(MediaLogBaseTest, NamesApplicationsByProcess) {
+    sp<FakeWriter> writer = MakeWriter();
+    EXPECT_EQ(writer->GetAppNameByPid(-1), String8(""));
+    EXPECT_EQ(writer->GetAppNameByPid(0x7ffffff0), String8("Unknow App"));
+
+    std::ifstream cmdline("/proc/self/cmdline");
+    std::string self;
+    std::getline(cmdline, self, '\0');
+    EXPECT_EQ(std::string(writer->GetAppNameByPid(getpid()).string()), self);
+
+    EXPECT_TRUE(std::regex_match(writer->GetFormattedCurrentTime().string(),
+                                 std::regex(R"(\d\d-\d\d \d\d:\d\d:\d\d)")));
+}
+
+TEST(MediaLogBaseTest, ValidationHooksOnlyCheckForNull) {
+    sp<FakeWriter> writer = MakeWriter();
+    const android::status_t error = static_cast<android::status_t>(0x80000000);
+    EXPECT_EQ(writer->WriteLogExceptionMsg("a", 1, "c", "d"), 0);
+    EXPECT_EQ(writer->WriteLogExceptionMsg(nullptr, 1, "c", "d"), error);
+    EXPECT_EQ(writer->WriteLogExceptionMsg("a", 1, nullptr, "d"), error);
+    EXPECT_EQ(writer->WriteLogExceptionMsg("a", 1, "c", nullptr), error);
+    EXPECT_EQ(writer->WriteLogExceptionMsg("a", 1, nullptr, "d", "e"), 0) << "c is not checked";
+    EXPECT_EQ(writer->WriteLogExceptionMsg("a", 1, "c", "d", nullptr), error);
+    EXPECT_EQ(writer->WriteLogExceptionCmd("a", "b"), 0);
+    EXPECT_EQ(writer->WriteLogExceptionCmd("a", nullptr), error);
+    EXPECT_EQ(writer->mLogBody, String8(""));
+}
+
+TEST(MediaLogBaseTest, SetCurFileSizeRejectsNull) {
+    ScopedProperty debuggable("ro.media.debuggable", "true");
+    LogCapture log;
+    sp<FakeWriter> writer = MakeWriter();
+    writer->SetCurFileSize(nullptr);
+    long size = 42;
+    writer->SetCurFileSize(&size);
+    EXPECT_EQ(writer->mCurFileSize, 42);
+    EXPECT_TRUE(log.Contains(ANDROID_LOG_WARN, "Vymedia_monitor",
+                             "MediaLogBase::SetCurFileSize fail, ptr is null"));
+    EXPECT_TRUE(log.Contains(ANDROID_LOG_DEBUG, "Vymedia_monitor", "MediaLogBase::SetCurFileSize:42"));
+}
+
+bool IsOpen(int fd) { return fcntl(fd, F_GETFD) != -1; }
+
+TEST(MediaLogBaseTest, LogBodyTakesTheWholeRecordFile) {
+    TempWorkDir dir;
+    ASSERT_EQ(mkdir("data", 0775), 0);
+    ASSERT_EQ(mkdir("data/log", 0775), 0);
+    sp<FakeWriter> flow = MakeWriter(android::LOG_TYPE_BD_FLOW);
+
+    int fd = open(android::BD_FLOW_FILE, O_RDWR | O_CREAT, 0664);
+    flow->GetMediaLogbody(fd);
+    EXPECT_TRUE(IsOpen(fd)) << "nothing held and an empty file: the descriptor stays open";
+    EXPECT_TRUE(flow->mLogBody.isEmpty());
+
+    ASSERT_EQ(write(fd, "line 1\nline 2\n", 14), 14);
+    flow->mLogMemSize = 1;
+    flow->GetMediaLogbody(fd);
+    EXPECT_EQ(flow->calls, std::vector<std::string>({"WriteToFile"}));
+    EXPECT_FALSE(IsOpen(fd));
+    EXPECT_EQ(flow->mCurFileSize, 14);
+    EXPECT_EQ(flow->mLogBody, String8("line 1\nline 2\n"));
+
+    // Any other writer type reads the count file.
+    std::ofstream(android::BD_COUNT_FILE) << "count";
+    sp<FakeWriter> count = MakeWriter(android::LOG_TYPE_BD_COUNT);
+    count->mCurFileSize = 5;
+    count->GetMediaLogbody(open("/dev/null", O_RDONLY));
+    EXPECT_EQ(count->mLogBody, String8("count"));
+}
+
+TEST(MediaLogBaseTest, WriterWithoutPolicyTriggersNothing) {
+    sp<FakeWriter> writer = new FakeWriter(nullptr, android::LOG_TYPE_KPI);
+    writer->TriggerLogStrategy();
+    EXPECT_TRUE(writer->calls.empty());
+}
+
+}  // namespace

@@ -1,0 +1,137 @@
+// Registered three times: without the reporting library on the search path,
+// with the host library, and with a build of it that lacks one entry point.
+// Each test runs in a process of its own, so the proxy starts unloaded.
+#include <stdlib.h>
+
+#include <fstream>
+#include <string>
+#include <type_traits>
+
+#include <android/log.h>
+#include <gtest/gtest.h>
+
+#include <vexel.h>
+
+#include "report/VexelProxy.h"
+#include "support/LogCapture.h"
+#include "support/TestEnv.h"
+
+using android::VexelProxy;
+
+namespace {
+
+// The proxy's entry-point types must match the library's prototypes.
+struct ProxyTypes : VexelProxy {
+    static_assert(std::is_same_v<CreateEventObjFunc, decltype(&vexel_create_eventobj)>);
+    static_assert(std::is_same_v<SetParamFunc, decltype(&vexel_set_param)>);
+    static_assert(std::is_same_v<UnsetParamFunc, decltype(&vexel_unset_param)>);
+    static_assert(std::is_same_v<SetTimeFunc, decltype(&vexel_set_time)>);
+    static_assert(std::is_same_v<PathFunc, decltype(&vexel_add_dynamic_path)>);
+    static_assert(std::is_same_v<PathFunc, decltype(&vexel_add_and_del_dynamic_path)>);
+    static_assert(std::is_same_v<SendEventFunc, decltype(&vexel_send_event)>);
+    static_assert(std::is_same_v<DestroyEventObjFunc, decltype(&vexel_destroy_eventobj)>);
+    static_assert(std::is_same_v<IntegerV2Func, decltype(&vexel_set_param_integer_v2)>);
+    static_assert(std::is_same_v<IntegerV2Func, decltype(&vexel_fill_array_param_integer_v2)>);
+    static_assert(std::is_same_v<FloatV2Func, decltype(&vexel_set_param_float_v2)>);
+    static_assert(std::is_same_v<FloatV2Func, decltype(&vexel_fill_array_param_float_v2)>);
+    static_assert(std::is_same_v<StringV2Func, decltype(&vexel_set_param_string_v2)>);
+    static_assert(std::is_same_v<StringV2Func, decltype(&vexel_fill_array_param_string_v2)>);
+    static_assert(std::is_same_v<ClassV2Func, decltype(&vexel_set_param_class_v2)>);
+    static_assert(std::is_same_v<ClassV2Func, decltype(&vexel_fill_array_param_class_v2)>);
+};
+
+const char kInitFailed[] = "VexelProxy init failed. ";
+
+std::string ReadEventLog() {
+    std::ifstream file("events.jsonl");
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+class VexelProxyTest : public ::testing::Test {
+protected:
+    void SetUp() override { setenv("VEXEL_EVENT_LOG", "events.jsonl", 1); }
+    void TearDown() override { unsetenv("VEXEL_EVENT_LOG"); }
+
+    TempWorkDir mDir;
+    LogCapture mLog;
+};
+
+using VexelProxyAbsent = VexelProxyTest;
+using VexelProxyPresent = VexelProxyTest;
+using VexelProxyLacking = VexelProxyTest;
+
+TEST_F(VexelProxyAbsent, EveryWrapperFallsBackAndRetriesTheLoad) {
+    VexelEventObj* obj = VexelProxy::VexelCreateEventObj(1);
+    EXPECT_EQ(obj, nullptr);
+    EXPECT_EQ(VexelProxy::VexelSetParam(obj, 1, 2), -1);
+    EXPECT_EQ(VexelProxy::VexelUnsetParam(obj, 1), -1);
+    EXPECT_EQ(VexelProxy::VexelSetTime(obj, 3), -1);
+    EXPECT_EQ(VexelProxy::VexelAddDynamicPath(obj, "p"), -1);
+    EXPECT_EQ(VexelProxy::VexelAddAndDelDynamicPath(obj, "p"), -1);
+    EXPECT_EQ(VexelProxy::VexelSetParamIntegerV2(obj, "k", 1), -1);
+    EXPECT_EQ(VexelProxy::VexelFillArrayParamIntegerV2(obj, "k", 1), -1);
+    EXPECT_EQ(VexelProxy::VexelSetParamFloatV2(obj, "k", 1.5f), -1);
+    EXPECT_EQ(VexelProxy::VexelFillArrayParamFloatV2(obj, "k", 1.5f), -1);
+    EXPECT_EQ(VexelProxy::VexelSetParamStringV2(obj, "k", "v"), -1);
+    EXPECT_EQ(VexelProxy::VexelFillArrayParamStringV2(obj, "k", "v"), -1);
+    EXPECT_EQ(VexelProxy::VexelSetParamClassV2(obj, "k", obj), -1);
+    EXPECT_EQ(VexelProxy::VexelFillArrayParamClassV2(obj, "k", obj), -1);
+    EXPECT_EQ(VexelProxy::VexelSendEvent(obj), -1);
+    VexelProxy::VexelDestroyEventObj(obj);
+
+    EXPECT_EQ(mLog.CountContaining("vexel_proxy", kInitFailed), 16u) << mLog.ToString();
+    for (const LogLine& line : mLog.Lines()) {
+        EXPECT_EQ(line.priority, ANDROID_LOG_ERROR);
+    }
+    EXPECT_FALSE(VexelProxy::IsAvailable());
+    EXPECT_EQ(ReadEventLog(), "");
+}
+
+TEST_F(VexelProxyPresent, LoadsOnFirstCallAndSendsWhatWasSet) {
+    EXPECT_FALSE(VexelProxy::IsAvailable()) << "nothing has loaded it yet";
+    VexelEventObj* obj = VexelProxy::VexelCreateEventObj(916019301);
+    ASSERT_NE(obj, nullptr);
+    EXPECT_TRUE(VexelProxy::IsAvailable());
+
+    EXPECT_EQ(VexelProxy::VexelSetParamIntegerV2(obj, "Total", 2), 0);
+    EXPECT_EQ(VexelProxy::VexelSetParamStringV2(obj, "pkgName", "com.a \"b\""), 0);
+    EXPECT_EQ(VexelProxy::VexelSetParamIntegerV2(obj, "Total", 3), 0) << "replaces in place";
+    EXPECT_EQ(VexelProxy::VexelSetParamFloatV2(obj, "ratio", 0.5f), 0);
+    EXPECT_EQ(VexelProxy::VexelFillArrayParamIntegerV2(obj, "list", 1), 0);
+    EXPECT_EQ(VexelProxy::VexelFillArrayParamIntegerV2(obj, "list", 2), 0);
+    VexelEventObj* inner = VexelProxy::VexelCreateEventObj(7);
+    EXPECT_EQ(VexelProxy::VexelSetParamStringV2(inner, "k", "v"), 0);
+    EXPECT_EQ(VexelProxy::VexelSetParamClassV2(obj, "inner", inner), 0);
+    VexelProxy::VexelDestroyEventObj(inner);
+    EXPECT_EQ(VexelProxy::VexelSendEvent(obj), 0);
+    VexelProxy::VexelDestroyEventObj(obj);
+
+    EXPECT_EQ(ReadEventLog(),
+              "{\"id\":916019301,\"params\":[{\"name\":\"Total\",\"int\":3},"
+              "{\"name\":\"pkgName\",\"str\":\"com.a \\\"b\\\"\"},"
+              "{\"name\":\"ratio\",\"float\":0.5},{\"name\":\"list\",\"ints\":[1,2]},"
+              "{\"name\":\"inner\",\"obj\":{\"id\":7,\"params\":[{\"name\":\"k\",\"str\":\"v\"}]}}]}\n");
+    EXPECT_EQ(mLog.CountContaining("vexel_proxy", kInitFailed), 0u);
+}
+
+TEST_F(VexelProxyPresent, RejectedIdsGiveNoEventObject) {
+    setenv("VEXEL_REJECT_IDS", "5,916019401", 1);
+    EXPECT_EQ(VexelProxy::VexelCreateEventObj(916019401), nullptr);
+    VexelEventObj* obj = VexelProxy::VexelCreateEventObj(916019402);
+    EXPECT_NE(obj, nullptr);
+    VexelProxy::VexelDestroyEventObj(obj);
+    unsetenv("VEXEL_REJECT_IDS");
+}
+
+TEST_F(VexelProxyLacking, OnlyTheMissingEntryPointFallsBack) {
+    VexelEventObj* obj = VexelProxy::VexelCreateEventObj(3);
+    ASSERT_NE(obj, nullptr);
+    EXPECT_EQ(VexelProxy::VexelSetParamClassV2(obj, "a", obj), 0);
+    EXPECT_EQ(VexelProxy::VexelFillArrayParamClassV2(obj, "b", obj), -1);
+    EXPECT_EQ(VexelProxy::VexelSendEvent(obj), 0);
+    VexelProxy::VexelDestroyEventObj(obj);
+    EXPECT_TRUE(mLog.Lines().empty()) << mLog.ToString();
+    EXPECT_NE(ReadEventLog(), "");
+}
+
+}  // namespace

@@ -1,0 +1,67 @@
+#include "support/LogCapture.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+
+#include <mutex>
+
+#include <android/log.h>
+
+namespace {
+
+std::mutex gMutex;
+std::vector<LogLine> gLines;  // guarded by gMutex
+
+void CaptureLine(const struct __android_logger_data* data, const char* message) {
+    {
+        std::lock_guard<std::mutex> lock(gMutex);
+        gLines.push_back({data->priority, data->tag != nullptr ? data->tag : "",
+                          message != nullptr ? message : ""});
+    }
+    // VYMM_TEST_LOG=1 echoes the lines, for reading a failing test.
+    if (getenv("VYMM_TEST_LOG") != nullptr) {
+        __android_log_stderr_logger(data, message);
+    }
+}
+
+}  // namespace
+
+LogCapture::LogCapture() {
+    __android_log_set_logger(CaptureLine);
+    __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+    Clear();
+}
+
+std::vector<LogLine> LogCapture::Lines() const {
+    std::lock_guard<std::mutex> lock(gMutex);
+    return gLines;
+}
+
+size_t LogCapture::Count(int priority, const std::string& tag, const std::string& message) const {
+    size_t count = 0;
+    for (const LogLine& line : Lines()) {
+        count += line.priority == priority && line.tag == tag && line.message == message;
+    }
+    return count;
+}
+
+size_t LogCapture::CountContaining(const std::string& tag, const std::string& text) const {
+    size_t count = 0;
+    for (const LogLine& line : Lines()) {
+        count += line.tag == tag && line.message.find(text) != std::string::npos;
+    }
+    return count;
+}
+
+void LogCapture::Clear() {
+    std::lock_guard<std::mutex> lock(gMutex);
+    gLines.clear();
+}
+
+std::string LogCapture::ToString() const {
+    std::string text;
+    for (const LogLine& line : Lines()) {
+        text += std::to_string(line.priority) + " " + line.tag + ": " + line.message + "\n";
+    }
+    return text;
+}

@@ -1,0 +1,37 @@
+// Scoped pieces of a test's environment: a fresh working directory and
+// system properties.
+#ifndef VYMM_TESTS_TEST_ENV_H
+#define VYMM_TESTS_TEST_ENV_H
+
+#include <string>
+
+// Creates a fresh temporary directory and makes it the working directory, so
+// the relative record files land there; restores and removes it at the end.
+class TempWorkDir {
+public:
+    TempWorkDir();
+    ~TempWorkDir();
+    TempWorkDir(const TempWorkDir&) = delete;
+    TempWorkDir& operator=(const TempWorkDir&) = delete;
+
+    const std::string& path() const { return mPath; }
+
+private:
+    std::string mPath;
+    std::string mPrevious;
+};
+
+// Sets a system property for the scope; an empty value reads as unset.
+class ScopedProperty {
+public:
+    ScopedProperty(const std::string& key, const std::string& value);
+    ~ScopedProperty();
+    ScopedProperty(const ScopedProperty&) = delete;
+    ScopedProperty& operator=(const ScopedProperty&) = delete;
+
+private:
+    std::string mKey;
+    std::string mPrevious;
+};
+
+#endif
