@@ -131,3 +131,56 @@ TEST(MediaLogBaseTest, WriterWithoutPolicyTriggersNothing) {
 }
 
 }  // namespace
+
+namespace {
+
+// The getters' shared bodies, as a writer of its own tag would use them.
+struct ReportingWriter : android::MediaLogBase {
+    ReportingWriter() : MediaLogBase(nullptr) {}
+    void GetMemInfos(int* cur, int* max) override {
+        ReportMemInfos("tag_x", "ReportingWriter::GetMemInfos", cur, max, 2048);
+    }
+    void GetLastTime(long* lastTime, long* cycle) override {
+        ReportLastTime("tag_x", "ReportingWriter::GetLastTime", lastTime, cycle);
+    }
+    using MediaLogBase::globalMediaLogCycleDuration;
+    using MediaLogBase::mLogMemSize;
+    using MediaLogBase::WriteText;
+};
+
+TEST(MediaLogBaseTest, SharedGetterBodiesCheckPointersAndReport) {
+    LogCapture log;
+    sp<ReportingWriter> writer = new ReportingWriter;
+    writer->mLogMemSize = 7;
+    int cur = -1;
+    int max = -1;
+    writer->GetMemInfos(&cur, nullptr);
+    EXPECT_EQ(cur, -1);
+    writer->GetMemInfos(&cur, &max);
+    EXPECT_EQ(cur, 7);
+    EXPECT_EQ(max, 2048);
+
+    long lastTime = 0;
+    long cycle = 0;
+    writer->GetLastTime(nullptr, &cycle);
+    EXPECT_EQ(cycle, 0);
+    writer->GetLastTime(&lastTime, &cycle);
+    EXPECT_EQ(cycle, writer->globalMediaLogCycleDuration);
+
+    EXPECT_EQ(log.Lines().size(), 2u) << log.ToString();
+    EXPECT_TRUE(log.Contains(ANDROID_LOG_WARN, "tag_x",
+                             "ReportingWriter::GetMemInfos fail, ptr is null"));
+    EXPECT_TRUE(log.Contains(ANDROID_LOG_WARN, "tag_x",
+                             "ReportingWriter::GetLastTime fail, ptr is null"));
+
+    int pipeFds[2];
+    ASSERT_EQ(pipe(pipeFds), 0);
+    ReportingWriter::WriteText(pipeFds[1], String8("dump\ntext"));
+    close(pipeFds[1]);
+    char text[16] = {};
+    EXPECT_EQ(read(pipeFds[0], text, sizeof(text)), 9);
+    EXPECT_STREQ(text, "dump\ntext");
+    close(pipeFds[0]);
+}
+
+}  // namespace

@@ -172,6 +172,40 @@ void MediaLogBase::SetCurFileSize(long* size) {
     mCurFileSize = *size;
 }
 
+bool MediaLogBase::AnyNullPtr(const char* tag, const char* where,
+                              std::initializer_list<const void*> ptrs) {
+    for (const void* ptr : ptrs) {
+        if (ptr == nullptr) {
+            __android_log_print(ANDROID_LOG_WARN, tag, "%s fail, ptr is null", where);
+            return true;
+        }
+    }
+    return false;
+}
+
+void MediaLogBase::ReportMemInfos(const char* tag, const char* where, int* cur, int* max,
+                                  size_t cap) {
+    if (AnyNullPtr(tag, where, {cur, max})) {
+        return;
+    }
+    *cur = static_cast<int>(mLogMemSize);
+    *max = static_cast<int>(cap);
+}
+
+void MediaLogBase::ReportLastTime(const char* tag, const char* where, long* lastTime,
+                                  long* cycle) {
+    if (AnyNullPtr(tag, where, {lastTime, cycle})) {
+        return;
+    }
+    *lastTime = mLastSendTime;
+    *cycle = globalMediaLogCycleDuration;
+}
+
+void MediaLogBase::WriteText(int fd, const String8& text) {
+    const ssize_t ignored = write(fd, text.string(), text.length());
+    (void)ignored;
+}
+
 void MediaLogBase::TriggerLogStrategy() {
     if (mDebuggable) {
         ALOGD("MediaLogBase::TriggerLogStrategy");

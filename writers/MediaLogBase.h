@@ -12,6 +12,8 @@
 
 #include <stdint.h>
 
+#include <initializer_list>
+
 #include <utils/Errors.h>
 #include <utils/Mutex.h>
 #include <utils/RefBase.h>
@@ -91,6 +93,16 @@ public:
 
 protected:
     friend class MediaMonitorPolicy;
+
+    // Shared bodies of the writers' getters. On a null pointer they log
+    // "<where> fail, ptr is null" at warning priority under tag (the writer's
+    // LOG_TAG, where its "Class::Method") and write nothing.
+    static bool AnyNullPtr(const char* tag, const char* where,
+                           std::initializer_list<const void*> ptrs);
+    void ReportMemInfos(const char* tag, const char* where, int* cur, int* max, size_t cap);
+    void ReportLastTime(const char* tag, const char* where, long* lastTime, long* cycle);
+    // Writes all of text to fd in one write, as a dump must; the result is not checked.
+    static void WriteText(int fd, const String8& text);
 
     // Set by GetDefault at construction.
     nsecs_t globalMediaLogCycleDuration;
