@@ -1,0 +1,219 @@
+// The store, its upload and its dump.
+#define LOG_TAG "Vymedia_monitor_bigdata"
+
+#include "writers/MediaBigDataWriter.h"
+
+#include <log/log.h>
+#include <utils/Timers.h>
+
+#include "report/VexelProxy.h"
+
+namespace android {
+
+namespace {
+
+constexpr int kBigDataReserve = 20;
+constexpr size_t kIntKeyCharge = 4;
+constexpr size_t kTextCharge = 8;
+
+// Counted and dumped here, but uploaded by no one on purpose.
+bool IsNeverUploaded(int eventId) {
+    return (eventId >= 916219001 && eventId <= 916219004) || eventId == 916019401;
+}
+
+void SetParams(VexelEventObj* event, const DefaultKeyedVector<String8, int>& values) {
+    for (size_t i = 0; i < values.size(); ++i) {
+        VexelProxy::VexelSetParamIntegerV2(event, values.keyAt(i).string(), values.valueAt(i));
+    }
+}
+
+void SetParams(VexelEventObj* event, const DefaultKeyedVector<String8, String8>& values) {
+    for (size_t i = 0; i < values.size(); ++i) {
+        VexelProxy::VexelSetParamStringV2(event, values.keyAt(i).string(),
+                                          values.valueAt(i).string());
+    }
+}
+
+void SetParams(VexelEventObj* event, const BigDataKeyValuesVector& record) {
+    SetParams(event, record.intValues);
+    SetParams(event, record.strValues);
+}
+
+// One report event per entry of table, in ascending id order; an id that the
+// library refuses is logged as "Unknown <what> eventId(<id>)" and dropped.
+template <typename Value>
+void Upload(const DefaultKeyedVector<int, Value>& table, const char* what, bool skipReserved) {
+    for (size_t i = 0; i < table.size(); ++i) {
+        const int eventId = table.keyAt(i);
+        if (skipReserved && IsNeverUploaded(eventId)) {
+            continue;
+        }
+        VexelEventObj* event = VexelProxy::VexelCreateEventObj(eventId);
+        if (event == nullptr) {
+            ALOGE("Unknown %s eventId(%d)", what, eventId);
+            continue;
+        }
+        SetParams(event, table.valueAt(i));
+        VexelProxy::VexelSendEvent(event);
+        VexelProxy::VexelDestroyEventObj(event);
+    }
+}
+
+// The entry of eventId, added empty when absent; edited in place rather than
+// copied and written back.
+template <typename Value>
+Value& EntryFor(DefaultKeyedVector<int, Value>& table, int eventId) {
+    ssize_t index = table.indexOfKey(eventId);
+    if (index < 0) {
+        index = table.add(eventId, Value());
+    }
+    return table.editValueAt(static_cast<size_t>(index));
+}
+
+}  // namespace
+
+MediaBigDataWriter::MediaBigDataWriter(const sp<MediaMonitorPolicy>& policy)
+    : MediaLogBase(policy), mMaxBigDataSize(MAX_BIGDATA_SIZE), mBigDataReserve(kBigDataReserve) {
+    ResetLogMem();
+    mLastSendTime = systemTime(SYSTEM_TIME_MONOTONIC);
+    mWriterType = LOG_TYPE_BIGDATA;
+}
+
+MediaBigDataWriter::~MediaBigDataWriter() { ResetLogMem(); }
+
+void MediaBigDataWriter::UpdateInt(DefaultKeyedVector<String8, int>& table, const String8& key,
+                                   int delta) {
+    const ssize_t index = table.indexOfKey(key);
+    if (index < 0) {
+        table.add(key, delta);
+        mLogMemSize += kIntKeyCharge;
+        return;
+    }
+    int sum = 0;
+    if (__builtin_add_overflow(table.valueAt(index), delta, &sum) || sum < 0) {
+        return;
+    }
+    table.editValueAt(static_cast<size_t>(index)) = sum;
+}
+
+void MediaBigDataWriter::UpdateStr(DefaultKeyedVector<String8, String8>& table, const String8& key,
+                                   const String8& value) {
+    const ssize_t index = table.indexOfKey(key);
+    if (index < 0) {
+        table.add(key, value);
+    } else if (table.valueAt(index) != value) {
+        table.editValueAt(static_cast<size_t>(index)) = value;
+    } else {
+        ALOGD("Already exists.");
+        return;
+    }
+    mLogMemSize = kTextCharge;
+}
+
+void MediaBigDataWriter::UpdateBigData(DefaultKeyedVector<String8, int>& table, String8 key,
+                                       int delta) {
+    UpdateInt(table, key, delta);
+}
+
+void MediaBigDataWriter::UpdateBigDataKeyValuesTypeInt(DefaultKeyedVector<String8, int>& table,
+                                                       String8 key, int delta) {
+    UpdateInt(table, key, delta);
+}
+
+void MediaBigDataWriter::UpdateBigDataString(DefaultKeyedVector<String8, String8>& table,
+                                             String8 key, String8 value) {
+    UpdateStr(table, key, value);
+}
+
+void MediaBigDataWriter::UpdateBigDataKeyValuesTypeStr(DefaultKeyedVector<String8, String8>& table,
+                                                       String8 key, String8 value) {
+    UpdateStr(table, key, value);
+}
+
+void MediaBigDataWriter::UpdateBigDatas(int eventId, String8 key, int delta) {
+    UpdateBigData(EntryFor(mBigDataCounts, eventId), key, delta);
+}
+
+void MediaBigDataWriter::UpdateBigDataStringValues(int eventId, String8 key, String8 value) {
+    UpdateBigDataString(EntryFor(mBigDataStrings, eventId), key, value);
+}
+
+void MediaBigDataWriter::UpdateBigDataKeyValuesnfos(int eventId, String8 key, String8 strValue,
+                                                    int intValue) {
+    // Neither a text nor a number: a new id must not get an empty record.
+    if (strValue.isEmpty() && intValue == -1) {
+        return;
+    }
+    BigDataKeyValuesVector& record = EntryFor(mBigDataKeyValues, eventId);
+    if (!strValue.isEmpty()) {
+        UpdateBigDataKeyValuesTypeStr(record.strValues, key, strValue);
+    }
+    if (intValue != -1) {
+        UpdateBigDataKeyValuesTypeInt(record.intValues, key, intValue);
+    }
+}
+
+void MediaBigDataWriter::GetMemInfos(int* curSize, int* maxSize) {
+    ReportMemInfos(LOG_TAG, "MediaBigDataWriter::GetMemInfos", curSize, maxSize, mMaxBigDataSize);
+}
+
+void MediaBigDataWriter::GetLastTime(long* lastTime, long* period) {
+    ReportLastTime(LOG_TAG, "MediaBigDataWriter::GetLastTime", lastTime, period);
+}
+
+bool MediaBigDataWriter::DoSendMediaLog() {
+    Upload(mBigDataCounts, "bigdata", true);
+    Upload(mBigDataStrings, "bigDataStr", false);
+    DoSendMediaLogNew();
+    // By one cycle, not to now: the upload times stay on the cycle's grid.
+    mLastSendTime += globalMediaLogCycleDuration;
+    ResetLogMem();
+    return true;
+}
+
+void MediaBigDataWriter::DoSendMediaLogNew() { Upload(mBigDataKeyValues, "bigdata", false); }
+
+void MediaBigDataWriter::ResetLogMem() {
+    if (mDebuggable) {
+        ALOGD("ResetLogMem");
+    }
+    mBigDataKeyValues.clear();
+    mBigDataStrings.clear();
+    mBigDataCounts.clear();
+    mLogMemSize = 0;
+}
+
+void MediaBigDataWriter::SendMediaLog() {
+    Mutex::Autolock lock(mBigDataLock);
+    DoSendMediaLog();
+}
+
+void MediaBigDataWriter::TriggerLog() {
+    Mutex::Autolock lock(mBigDataLock);
+    TriggerLogStrategy();
+}
+
+void MediaBigDataWriter::Dump(int fd) {
+    Mutex::Autolock lock(mBigDataLock);
+    String8 text("\n\n---------BigData Record Begin---------\n\n");
+    for (size_t i = 0; i < mBigDataCounts.size(); ++i) {
+        text.appendFormat("eventId: %d\n", mBigDataCounts.keyAt(i));
+        const DefaultKeyedVector<String8, int>& counts = mBigDataCounts.valueAt(i);
+        for (size_t j = 0; j < counts.size(); ++j) {
+            text.appendFormat("type: %s, value: %d\n", counts.keyAt(j).string(), counts.valueAt(j));
+        }
+    }
+    for (size_t i = 0; i < mBigDataStrings.size(); ++i) {
+        text.appendFormat("eventId: %d\n", mBigDataStrings.keyAt(i));
+        const DefaultKeyedVector<String8, String8>& texts = mBigDataStrings.valueAt(i);
+        for (size_t j = 0; j < texts.size(); ++j) {
+            text.appendFormat("type: %s, valueStr: %s\n", texts.keyAt(j).string(),
+                              texts.valueAt(j).string());
+        }
+    }
+    if (fd >= 0) {
+        WriteText(fd, text);
+    }
+}
+
+}  // namespace android
