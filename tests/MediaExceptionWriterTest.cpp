@@ -11,84 +11,62 @@
 #include "writers/MediaExceptionWriter.h"
 #include "writers/MediaMonitorPolicy.h"
 
-using android::MediaExceptionWriter;
-using android::MediaMonitorPolicy;
-using android::Mutex;
-using android::sp;
 using android::String8;
 
 namespace {
 
 const char kTag[] = "Vymedia_monitor_exception";
-const char kHead[] = "\n---------ExceptionLog Record Begin---------\n";
+const std::string kHead = "\n---------ExceptionLog Record Begin---------\n";
 
-class ExceptionWriter : public MediaExceptionWriter {
-public:
-    ExceptionWriter() : MediaExceptionWriter(new MediaMonitorPolicy) {}
+struct ExceptionWriter : android::MediaExceptionWriter {
+    ExceptionWriter() : MediaExceptionWriter(new android::MediaMonitorPolicy) {}
     using MediaExceptionWriter::globalMediaLogCycleDuration;
     using MediaExceptionWriter::mLastSendTime;
     using MediaExceptionWriter::mLogMemSize;
-
-    int Prior(bool nullPtr = false) {
-        Mutex::Autolock lock(mLock);
-        int prior = -2;
-        GetLogPrior(nullPtr ? nullptr : &prior);
-        return prior;
-    }
 };
 
-String8 S(const char* text) { return String8(text); }
+String8 S(const std::string& text) { return String8(text.c_str()); }
 
 TEST(MediaExceptionWriterTest, MergesReportsByKeyAndChargesNewTextsOnce) {
     ScopedProperty debuggable("ro.media.debuggable", "true");
     LogCapture log;
-    sp<ExceptionWriter> writer = new ExceptionWriter;
+    android::sp<ExceptionWriter> writer = new ExceptionWriter;
     writer->WriteException(10, 901, 1, 2, S("timeout"), S("AudioTrack"));
-    EXPECT_EQ(writer->mLogMemSize, 12u + 10u + 13u);
     writer->WriteException(11, 901, 1, 2, S("timeout"), S("MediaPlayer"));
-    EXPECT_EQ(writer->mLogMemSize, 35u + 14u) << "a repeated text is not charged again";
+    EXPECT_EQ(writer->mLogMemSize, 12u + 10u + 13u + 14u) << "a repeated text is not charged";
     writer->WriteException(12, 901, 3, 2, S(""), S("AudioTrack"));
     writer->WriteException(13, 901, 1, 2, S("eof"), S("AudioTrack"), 7, S("x"), 902);
     EXPECT_EQ(writer->mLogMemSize, 49u + 25u + 6u + 4u + 8u);
-    EXPECT_EQ(writer->Prior(), 1);
-    EXPECT_EQ(writer->Prior(true), -2);
-
     EXPECT_EQ(DumpText(*writer),
-              std::string(kHead) +
-                  "eventId:901\neventLevel:1\nreason:eof:1;timeout:2\n"
-                  "callingApp:AudioTrack:2;MediaPlayer:1\ncount:3\nparaInt:7\nparaChar:x:1\n"
-                  "associatedEventId:902\n"
-                  "eventId:901\neventLevel:3\nreason:\ncallingApp:AudioTrack:1\ncount:1\n"
-                  "paraInt:-1\nparaChar:\nassociatedEventId:-1\n");
-
-    EXPECT_TRUE(log.Contains(ANDROID_LOG_DEBUG, kTag,
-                             "WriteException: pid(10), eventId(901), eventLevel(1), subType(2),"
-                             "        reason(timeout)"));
-    EXPECT_TRUE(log.Contains(ANDROID_LOG_DEBUG, kTag,
-                             "WriteException: pid(13), eventId(901), eventLevel(1), subType(2),"
-                             "        reason(eof), paraInt(7), paraChar(x), associatedEventId(902)"));
+              kHead + "eventId:901\neventLevel:1\nreason:eof:1;timeout:2\n"
+                      "callingApp:AudioTrack:2;MediaPlayer:1\ncount:3\nparaInt:7\nparaChar:x:1\n"
+                      "associatedEventId:902\n"
+                      "eventId:901\neventLevel:3\nreason:\ncallingApp:AudioTrack:1\ncount:1\n"
+                      "paraInt:-1\nparaChar:\nassociatedEventId:-1\n");
     EXPECT_TRUE(log.Contains(ANDROID_LOG_DEBUG, kTag,
                              "new eventId(901), eventLevel(1), subType(2), reason(eof:1;timeout:2),"
                              "        callingapp (AudioTrack:2;MediaPlayer:1), count(3), "
                              "paraInt(7), paraChar(x:1), associatedEventId(902)"));
-    EXPECT_TRUE(log.Contains(ANDROID_LOG_WARN, kTag,
-                             "MediaExceptionWriter::GetLogPrior fail, ptr is null"));
 }
 
-TEST(MediaExceptionWriterTest, UploadsLongFormKeysOnlyForLongFormRecords) {
+TEST(MediaExceptionWriterTest, UploadsOncePerCycleWithLongFormKeysOnlyAfterLongForm) {
+    ScopedProperty upload("ro.media.uploadduration", "100");
     TempWorkDir dir;
     EventLog events;
     LogCapture log;
     setenv("VEXEL_REJECT_IDS", "903", 1);
-    sp<ExceptionWriter> writer = new ExceptionWriter;
+    android::sp<ExceptionWriter> writer = new ExceptionWriter;
     writer->WriteException(1, 901, 1, 2, S("r"), S(""));
     writer->WriteException(1, 902, 2, 0, S("s"), S("app"));
     writer->WriteException(1, 902, 2, 0, S("s"), S("app"), 5, S(""), 77);
     writer->WriteException(1, 903, 1, 1, S("lost"), S("app"));
     writer->WriteException(1, 904, 0, 0, S(""), S(""), -3, S("p"), 1);
-    const long lastSend = writer->mLastSendTime;
+    EXPECT_TRUE(events.Lines().empty()) << "not due within a cycle of creation";
 
-    writer->SendMediaLog();
+    const long cycle = writer->globalMediaLogCycleDuration;
+    const long start = systemTime(SYSTEM_TIME_MONOTONIC) - 2 * cycle - cycle / 2;
+    writer->mLastSendTime = start;
+    writer->TriggerLog();
     unsetenv("VEXEL_REJECT_IDS");
     const std::string level = R"({"name":"EeventLevel","int":)";
     EXPECT_EQ(events.Lines(),
@@ -104,60 +82,25 @@ TEST(MediaExceptionWriterTest, UploadsLongFormKeysOnlyForLongFormRecords) {
                       R"({"name":"ParaChar","str":"p:1"},{"name":"AssociatedEeventID","int":1}]})",
               }));
     EXPECT_TRUE(log.Contains(ANDROID_LOG_ERROR, kTag, "Unknown exception eventId(903)"));
-    EXPECT_EQ(writer->mLogMemSize, 0u);
+    EXPECT_EQ(writer->mLastSendTime, start + cycle) << "moves by one cycle, not to now";
     EXPECT_EQ(DumpText(*writer), kHead);
-    EXPECT_EQ(writer->mLastSendTime, lastSend + writer->globalMediaLogCycleDuration);
 }
 
 TEST(MediaExceptionWriterTest, BoundsUploadStringsAndDropsReportsWhenFull) {
-    ScopedProperty debuggable("ro.media.debuggable", "true");
-    LogCapture log;
-    sp<ExceptionWriter> writer = new ExceptionWriter;
-    const std::string longest(61, 'r');  // "rrr...:1" is 63 characters
-    writer->WriteException(1, 901, 1, 0, String8((longest + "r").c_str()), S(""));
-    for (int i = 0; i < 10; ++i) {
-        writer->WriteException(1, 901, 1, 0, String8(longest.c_str()), S(""));
+    android::sp<ExceptionWriter> writer = new ExceptionWriter;
+    const std::string longest(61, 'r');  // with ":1", 63 characters
+    for (const std::string& reason : {longest + "r", longest, std::string("a")}) {
+        writer->WriteException(1, 901, 1, 0, S(reason), S(""));
     }
-    writer->WriteException(1, 901, 1, 0, S("a"), S(""));
     EXPECT_EQ(writer->mLogMemSize, 12u + 61u + 3u);
-    EXPECT_NE(DumpText(*writer).find("\nreason:" + longest + ":10\ncallingApp:\ncount:12\n"),
-              std::string::npos)
-        << "a known text keeps counting past the bound";
-    EXPECT_TRUE(log.Contains(ANDROID_LOG_DEBUG, kTag,
-                             "exceed the upload size, not upload: " + longest + "r"));
-    EXPECT_TRUE(log.Contains(ANDROID_LOG_DEBUG, kTag, "exceed the upload size, not upload: a"));
 
-    // New records of 12 each until the cap: then every report is dropped.
-    int subType = 1;
-    while (writer->mLogMemSize < 10240) {
-        writer->WriteException(1, 901, 2, subType++, S(""), S(""));
+    for (int subType = 1; writer->mLogMemSize < 10240; ++subType) {
+        writer->WriteException(1, 901, 2, subType, S(""), S(""));
     }
     const std::string full = DumpText(*writer);
     writer->WriteException(1, 901, 1, 0, S("x"), S(""));
     writer->WriteException(1, 905, 1, 0, S(""), S(""), 1, S("y"), 2);
     EXPECT_EQ(DumpText(*writer), full);
-    EXPECT_EQ(writer->Prior(), 2);
-    EXPECT_EQ(log.Count(ANDROID_LOG_DEBUG, kTag,
-                        "WriteException: current exception log size(10240) exceed            "
-                        "MAX_EXCEPTION_LOG_SIZE(10240)"),
-              2u);
-}
-
-TEST(MediaExceptionWriterTest, PolicyUploadsOncePerCycleOnAFixedGrid) {
-    ScopedProperty upload("ro.media.uploadduration", "100");
-    TempWorkDir dir;
-    EventLog events;
-    sp<ExceptionWriter> writer = new ExceptionWriter;
-    writer->WriteException(1, 901, 1, 0, S("r"), S(""));
-    EXPECT_TRUE(events.Lines().empty()) << "not due within a cycle of creation";
-
-    const long cycle = writer->globalMediaLogCycleDuration;
-    const long start = systemTime(SYSTEM_TIME_MONOTONIC) - 2 * cycle - cycle / 2;
-    writer->mLastSendTime = start;
-    writer->TriggerLog();
-    EXPECT_EQ(events.Lines().size(), 1u);
-    EXPECT_EQ(writer->mLastSendTime, start + cycle) << "moves by one cycle, not to now";
-    EXPECT_EQ(writer->mLogMemSize, 0u);
 }
 
 }  // namespace
