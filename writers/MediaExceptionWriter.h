@@ -20,17 +20,19 @@ namespace android {
 
 // One record: every report with the same eventId, eventLevel and subType.
 struct MediaException {
-    int32_t eventId = 0;        // also the id of the report event uploaded
-    bool simple = true;         // only the short form has updated it
+    int32_t eventId = 0;  // also the id of the report event uploaded
+    bool simple = true;   // only the short form has updated it
     int32_t eventLevel = 0;
     int32_t subType = 0;
     // Distinct texts with how often each was reported; sorted byte-wise.
     DefaultKeyedVector<String8, int> reason{0};
     DefaultKeyedVector<String8, int> callingApp{0};
-    int32_t count = 0;          // reports merged
-    int32_t paraInt = -1;       // of the last long-form report
+    int32_t count = 0;  // reports merged
+    // paraInt and associatedEventId are the last long-form report's;
+    // paraChar counts the texts of them all.
+    int32_t paraInt = -1;
     DefaultKeyedVector<String8, int> paraChar{0};
-    int32_t associatedEventId = -1;  // of the last long-form report
+    int32_t associatedEventId = -1;
 };
 
 class MediaExceptionWriter : public MediaLogBase {
