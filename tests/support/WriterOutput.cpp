@@ -1,0 +1,42 @@
+#include "support/WriterOutput.h"
+
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+EventLog::EventLog() : mPath(std::filesystem::current_path() / "events.jsonl") {
+    setenv("VEXEL_EVENT_LOG", mPath.c_str(), 1);
+}
+
+EventLog::~EventLog() { unsetenv("VEXEL_EVENT_LOG"); }
+
+std::vector<std::string> EventLog::Lines() const {
+    std::vector<std::string> lines;
+    std::ifstream file(mPath);
+    for (std::string line; std::getline(file, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+std::string DumpText(android::MediaLogBase& writer) {
+    // A memory file rather than a pipe: a dump larger than a pipe's buffer
+    // would block its one write.
+    const int fd = memfd_create("dump", MFD_CLOEXEC);
+    if (fd < 0) {
+        throw std::runtime_error("memfd_create failed");
+    }
+    writer.Dump(fd);
+    std::string text;
+    char buffer[4096];
+    lseek(fd, 0, SEEK_SET);
+    for (ssize_t n; (n = read(fd, buffer, sizeof(buffer))) > 0;) {
+        text.append(buffer, static_cast<size_t>(n));
+    }
+    close(fd);
+    return text;
+}
