@@ -14,6 +14,7 @@
 #include "support/LogCapture.h"
 #include "support/NamedProcess.h"
 #include "support/TestEnv.h"
+#include "support/WriterOutput.h"
 #include "writers/MediaBDCountWriter.h"
 #include "writers/MediaBDFlowWriter.h"
 #include "writers/MediaMonitorPolicy.h"
@@ -31,13 +32,6 @@ std::string ReadFile(const char* path) {
     std::stringstream text;
     text << std::ifstream(path).rdbuf();
     return text.str();
-}
-
-std::string DumpOf(const sp<MediaLogBase>& writer) {
-    const int fd = open("dump.txt", O_RDWR | O_CREAT | O_TRUNC, 0600);
-    writer->Dump(fd);
-    close(fd);
-    return ReadFile("dump.txt");
 }
 
 size_t OpenFds() {
@@ -104,12 +98,12 @@ TEST_F(BDWriterTest, CountWriterCountsByApplicationThenPidAndSaturates) {
     writer->FlushToFile();
     const std::string body = ":\n\t4:1\nmediaserver:\n\t2:1\n\t5:3\nUnknow App@2147483632:\n\t3:1\n";
     EXPECT_EQ(ReadFile(BD_COUNT_FILE), "---------New Record Begin---------\n\n" + body);
-    EXPECT_EQ(DumpOf(writer), "\n\n---------bigData Count Record Begin---------\n\n" + body);
+    EXPECT_EQ(DumpText(*writer), "\n\n---------bigData Count Record Begin---------\n\n" + body);
 
     writer->Saturate(String8(), 4);
     mLog.Clear();
     writer->WriteBigDataMsg(-1, 4);
-    EXPECT_NE(DumpOf(writer).find(":\n\t4:4294967294\n"), std::string::npos);
+    EXPECT_NE(DumpText(*writer).find(":\n\t4:4294967294\n"), std::string::npos);
     EXPECT_EQ(mLog.CountContaining(kTag, "TriggerLogStrategy"), 0u) << mLog.ToString();
 }
 
@@ -125,7 +119,7 @@ TEST_F(BDWriterTest, CountWriterIsFlushedAtItsCapOrDropsWhenNothingFlushesIt) {
     const std::string file = ReadFile(BD_COUNT_FILE);
     EXPECT_EQ(std::count(file.begin(), file.end(), '\t'), 128);
     EXPECT_EQ(alone->mLogMemSize, 512u);
-    EXPECT_EQ(DumpOf(alone).find("\t128:"), std::string::npos);
+    EXPECT_EQ(DumpText(*alone).find("\t128:"), std::string::npos);
 }
 
 TEST_F(BDWriterTest, FlowWriterFileAndDumpDifferByTheirBlanks) {
@@ -140,7 +134,7 @@ TEST_F(BDWriterTest, FlowWriterFileAndDumpDifferByTheirBlanks) {
     EXPECT_TRUE(std::regex_match(ReadFile(BD_FLOW_FILE),
                                  std::regex("\n" + kTime + app + ":7,a\n" + kTime + "  @-1:1,b")));
     EXPECT_TRUE(std::regex_match(
-            DumpOf(writer), std::regex("\n\n---------bigData Flow Record Begin---------\n\n\n" +
+            DumpText(*writer), std::regex("\n\n---------bigData Flow Record Begin---------\n\n\n" +
                                        kTime + app + ": 7, a\n" + kTime + "  @-1: 1, b")));
 }
 

@@ -16,6 +16,7 @@
 
 #include "support/LogCapture.h"
 #include "support/TestEnv.h"
+#include "support/WriterOutput.h"
 #include "writers/MediaBigDataWriter.h"
 #include "writers/MediaMonitorPolicy.h"
 
@@ -94,13 +95,6 @@ public:
         Mutex::Autolock lock(mBigDataLock);
         UpdateBigDatas(eventId, String8(key), 1);
     }
-    std::string DumpText() {
-        const int fd = open("dump.txt", O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        Dump(fd);
-        close(fd);
-        return ReadFile("dump.txt");
-    }
-
     using MediaBigDataWriter::globalMediaLogCycleDuration;
 };
 
@@ -347,7 +341,7 @@ TEST_F(MediaBigDataWriterTest, ReportsThePlatformEventAndCutsLongVideoNumbers) {
 }
 
 TEST_F(MediaBigDataWriterTest, DumpsCountersAndTextsButNotRecords) {
-    const std::string dump = FilledWriter()->DumpText();
+    const std::string dump = DumpText(*FilledWriter());
     EXPECT_TRUE(std::regex_match(
             dump, std::regex("\n\n---------BigData Record Begin---------\n\n"
                              "eventId: 916019301\ntype: Total, value: 2\ntype: x, value: 2\n"

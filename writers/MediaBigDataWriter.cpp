@@ -6,7 +6,7 @@
 #include <log/log.h>
 #include <utils/Timers.h>
 
-#include "report/VexelProxy.h"
+#include "writers/ReportEvent.h"
 
 namespace android {
 
@@ -21,20 +21,19 @@ bool IsNeverUploaded(int eventId) {
     return (eventId >= 916219001 && eventId <= 916219004) || eventId == 916019401;
 }
 
-void SetParams(VexelEventObj* event, const DefaultKeyedVector<String8, int>& values) {
+void SetParams(ReportEvent& event, const DefaultKeyedVector<String8, int>& values) {
     for (size_t i = 0; i < values.size(); ++i) {
-        VexelProxy::VexelSetParamIntegerV2(event, values.keyAt(i).string(), values.valueAt(i));
+        event.SetInt(values.keyAt(i).string(), values.valueAt(i));
     }
 }
 
-void SetParams(VexelEventObj* event, const DefaultKeyedVector<String8, String8>& values) {
+void SetParams(ReportEvent& event, const DefaultKeyedVector<String8, String8>& values) {
     for (size_t i = 0; i < values.size(); ++i) {
-        VexelProxy::VexelSetParamStringV2(event, values.keyAt(i).string(),
-                                          values.valueAt(i).string());
+        event.SetString(values.keyAt(i).string(), values.valueAt(i));
     }
 }
 
-void SetParams(VexelEventObj* event, const BigDataKeyValuesVector& record) {
+void SetParams(ReportEvent& event, const BigDataKeyValuesVector& record) {
     SetParams(event, record.intValues);
     SetParams(event, record.strValues);
 }
@@ -48,14 +47,13 @@ void Upload(const DefaultKeyedVector<int, Value>& table, const char* what, bool 
         if (skipReserved && IsNeverUploaded(eventId)) {
             continue;
         }
-        VexelEventObj* event = VexelProxy::VexelCreateEventObj(eventId);
-        if (event == nullptr) {
+        ReportEvent event(eventId);
+        if (!event.IsCreated()) {
             ALOGE("Unknown %s eventId(%d)", what, eventId);
             continue;
         }
         SetParams(event, table.valueAt(i));
-        VexelProxy::VexelSendEvent(event);
-        VexelProxy::VexelDestroyEventObj(event);
+        event.Send();
     }
 }
 
