@@ -193,10 +193,10 @@ TEST(BinderPoolTest, RunsClientsConcurrentlyUpToItsThreadsAndStops) {
     for (int i = 0; i < 4; ++i) {
         clients.push_back(std::make_unique<ClientProcess>(
                 std::vector<std::string>{"gate", "-", "transact", "1"}));
-        ASSERT_TRUE(clients.back()->WaitForOutput("sending"));
+        EXPECT_TRUE(clients.back()->WaitForOutput("sending"));
     }
     // One pool thread and the joined one; the other calls wait their turn.
-    ASSERT_TRUE(gate->WaitInFlight(2));
+    EXPECT_TRUE(gate->WaitInFlight(2));
     EXPECT_EQ(CountPoolThreads(), 1u);
     gate->Open();
     for (const auto& client : clients) {

@@ -20,6 +20,9 @@ namespace {
 // Set on the threads that serve requests, which must not stop the pool.
 thread_local bool tServing = false;
 
+// How long accepting pauses when the process is out of descriptors.
+constexpr int ACCEPT_RETRY_MS = 1000;
+
 }  // namespace
 
 BinderPool::BinderPool()
@@ -130,13 +133,16 @@ void BinderPool::PollLoop() {
         listeners.clear();
         conns.clear();
         broken.clear();
+        // Accepting resumes after a pause of one round.
+        const bool acceptPaused = mAcceptPaused;
+        mAcceptPaused = false;
         {
             Mutex::Autolock lock(mLock);
             if (mExit) {
                 return;
             }
             for (const Listener& listener : mListeners) {
-                if (!mAcceptPaused) {
+                if (!acceptPaused) {
                     fds.push_back({listener.fd.get(), POLLIN, 0});
                     listeners.emplace_back(listener.fd.get(), listener.binder);
                 }
@@ -156,7 +162,7 @@ void BinderPool::PollLoop() {
         for (Connection* conn : broken) {
             Close(conn);
         }
-        if (poll(fds.data(), fds.size(), -1) < 0) {
+        if (poll(fds.data(), fds.size(), acceptPaused ? ACCEPT_RETRY_MS : -1) < 0) {
             if (errno != EINTR) {
                 ALOGE("poll failed: %s", strerror(errno));
             }
@@ -339,7 +345,6 @@ void BinderPool::Close(Connection* conn) {
             }
         }
     }
-    mAcceptPaused = false;
 }
 
 }  // namespace android

@@ -105,8 +105,8 @@ private:
     std::list<std::unique_ptr<Connection>> mConnections GUARDED_BY(mLock);
     std::deque<Request> mQueue GUARDED_BY(mLock);
 
-    // Touched only by the poll thread: accepting stops while the process
-    // is out of descriptors, until a connection closes.
+    // Touched only by the poll thread: accepting pauses for a while when the
+    // process is out of descriptors, rather than spin on the listener.
     bool mAcceptPaused = false;
 };
 
