@@ -63,9 +63,10 @@ base::unique_fd RawConnect(const ScopedBinderDir& dir, const char* service) {
     return base::unique_fd(HostWire::Connect(dir.path() + "/" + service));
 }
 
-void SendHeader(int fd, uint32_t code, uint32_t dataSize, uint32_t fdCount = 0) {
+// Fails once the service closed the connection.
+bool SendHeader(int fd, uint32_t code, uint32_t dataSize, uint32_t fdCount = 0) {
     const FrameHeader header = {FRAME_MAGIC, code, 0, dataSize, fdCount};
-    ASSERT_EQ(write(fd, &header, sizeof(header)), ssize_t(sizeof(header)));
+    return send(fd, &header, sizeof(header), MSG_NOSIGNAL) == ssize_t(sizeof(header));
 }
 
 // The status of the reply, or "closed".
@@ -223,11 +224,11 @@ TEST(BinderPoolTest, DropsBadPeersAndServesTheOthers) {
         EXPECT_EQ(ReadReply(fd.get()), "closed") << reason;
         EXPECT_EQ(log.CountContaining(kTag, reason), 1u) << log.ToString();
     };
-    expectDropped("not a frame", [](int fd) { ASSERT_GT(write(fd, "GET / HTTP/1.0\r\nHost: x\r\n\r\n", 27), 0); });
-    expectDropped("frame too large", [](int fd) { SendHeader(fd, 1, MAX_FRAME_DATA + 1); });
-    expectDropped("descriptors missing", [](int fd) { SendHeader(fd, 1, 0, 1); });
+    expectDropped("not a frame", [](int fd) { ASSERT_GT(send(fd, "GET / HTTP/1.0\r\nHost: x\r\n\r\n", 27, MSG_NOSIGNAL), 0); });
+    expectDropped("frame too large", [](int fd) { EXPECT_TRUE(SendHeader(fd, 1, MAX_FRAME_DATA + 1)); });
+    expectDropped("descriptors missing", [](int fd) { EXPECT_TRUE(SendHeader(fd, 1, 0, 1)); });
     expectDropped("truncated", [](int fd) {
-        SendHeader(fd, 1, 100);
+        EXPECT_TRUE(SendHeader(fd, 1, 100));
         shutdown(fd, SHUT_WR);
     });
     expectDropped("too many descriptors", [](int fd) {
@@ -247,14 +248,14 @@ TEST(BinderPoolTest, DropsBadPeersAndServesTheOthers) {
             const int fdToSend = STDERR_FILENO;
             memcpy(CMSG_DATA(cmsg) + i * sizeof(int), &fdToSend, sizeof(int));
         }
-        ASSERT_GT(sendmsg(fd, &msg, 0), 0);
+        ASSERT_GT(sendmsg(fd, &msg, MSG_NOSIGNAL), 0);
     });
 
     // An unknown code is answered; the connection stays usable.
     base::unique_fd unknown = RawConnect(dir, "svc");
-    SendHeader(unknown.get(), 0x123456, 0);
+    EXPECT_TRUE(SendHeader(unknown.get(), 0x123456, 0));
     EXPECT_EQ(ReadReply(unknown.get()), std::to_string(UNKNOWN_TRANSACTION));
-    SendHeader(unknown.get(), IBinder::PING_TRANSACTION, 0);
+    EXPECT_TRUE(SendHeader(unknown.get(), IBinder::PING_TRANSACTION, 0));
     EXPECT_EQ(ReadReply(unknown.get()), "0");
 
     // Neither a client that never sends nor one that never reads its
@@ -264,7 +265,8 @@ TEST(BinderPoolTest, DropsBadPeersAndServesTheOthers) {
     fcntl(flood.get(), F_SETFL, O_NONBLOCK);
     const FrameHeader ping = {FRAME_MAGIC, IBinder::PING_TRANSACTION, 0, 0, 0};
     size_t sent = 0;
-    while (sent < 1000000 && write(flood.get(), &ping, sizeof(ping)) == ssize_t(sizeof(ping))) {
+    while (sent < 1000000 &&
+           send(flood.get(), &ping, sizeof(ping), MSG_NOSIGNAL) == ssize_t(sizeof(ping))) {
         ++sent;
     }
     EXPECT_LT(sent, 1000000u) << "the server stopped reading";
@@ -278,8 +280,9 @@ TEST(BinderPoolTest, DropsBadPeersAndServesTheOthers) {
     std::string answer;
     while (open.size() <= BinderPool::MAX_CONNECTIONS) {
         open.push_back(RawConnect(dir, "svc"));
-        SendHeader(open.back().get(), IBinder::PING_TRANSACTION, 0);
-        if ((answer = ReadReply(open.back().get())) == "closed") {
+        if (!SendHeader(open.back().get(), IBinder::PING_TRANSACTION, 0) ||
+            (answer = ReadReply(open.back().get())) == "closed") {
+            answer = "closed";
             break;
         }
     }

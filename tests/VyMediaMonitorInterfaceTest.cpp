@@ -1,3 +1,4 @@
+#include <errno.h>
 #include <unistd.h>
 
 #include <functional>
@@ -95,6 +96,11 @@ TEST_F(MonitorInterfaceTest, DumpWritesToTheCallersDescriptor) {
     ClientProcess client({kName, "-", "dump", "-a", "x y"});
     ASSERT_EQ(client.Wait(), 0);
     EXPECT_EQ(client.output(), "dump(-a,x y)\n");
+
+    // A caller that closed its end gets the write's error; we live on.
+    ClientProcess closed({kName, "-", "dump-to-closed-pipe"});
+    ASSERT_EQ(closed.Wait(), 0);
+    EXPECT_EQ(closed.output(), std::to_string(-EPIPE) + "\n");
 }
 
 TEST_F(MonitorInterfaceTest, MalformedTransactionsCallNothing) {

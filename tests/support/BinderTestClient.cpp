@@ -3,8 +3,9 @@
 // UID "-" keeps the user; a number drops to it first (root only).
 // Commands: "every" calls the 21 operations; "threads N M" calls
 // MonitorVolumeIndex(thread, call, 0) M times on each of N threads; "dump
-// ARG..." dumps to standard output; "ping"; "transact CODE" prints "sending",
-// then the status. Exits 0 when the calls went through.
+// ARG..." dumps to standard output; "dump-to-closed-pipe" prints the dump's
+// status; "ping"; "transact CODE" prints "sending", then the status. Exits 0
+// when the calls went through.
 #include <grp.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -63,6 +64,14 @@ int main(int argc, char** argv) {
             args.add(String16(argv[i]));
         }
         return binder->dump(STDOUT_FILENO, args) == NO_ERROR ? 0 : 1;
+    } else if (command == "dump-to-closed-pipe") {
+        int fds[2];
+        if (pipe(fds) != 0) {
+            return 1;
+        }
+        close(fds[0]);
+        printf("%d\n", binder->dump(fds[1], Vector<String16>()));
+        close(fds[1]);
     } else if (command == "ping") {
         return binder->pingBinder() == NO_ERROR ? 0 : 1;
     } else if (command == "transact" && argc == 5) {

@@ -5,6 +5,7 @@
 #include <errno.h>
 #include <poll.h>
 #include <pthread.h>
+#include <signal.h>
 #include <string.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -22,6 +23,34 @@ thread_local bool tServing = false;
 
 // How long accepting pauses when the process is out of descriptors.
 constexpr int ACCEPT_RETRY_MS = 1000;
+
+// Blocks SIGPIPE on this thread for the scope, and drops one raised in it: a
+// service that writes to a descriptor its caller passed, a dump to a pipe
+// the caller has closed, must see EPIPE rather than kill the process.
+class SigpipeBlocked {
+public:
+    SigpipeBlocked() {
+        sigemptyset(&mPipe);
+        sigaddset(&mPipe, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &mPipe, &mOld);
+        sigset_t pending;
+        sigpending(&pending);
+        mWasPending = sigismember(&pending, SIGPIPE) == 1;
+    }
+    ~SigpipeBlocked() {
+        const timespec now = {0, 0};
+        while (!mWasPending && sigtimedwait(&mPipe, nullptr, &now) == SIGPIPE) {
+        }
+        pthread_sigmask(SIG_SETMASK, &mOld, nullptr);
+    }
+    SigpipeBlocked(const SigpipeBlocked&) = delete;
+    SigpipeBlocked& operator=(const SigpipeBlocked&) = delete;
+
+private:
+    sigset_t mPipe;
+    sigset_t mOld;
+    bool mWasPending;
+};
 
 }  // namespace
 
@@ -295,8 +324,12 @@ void BinderPool::Serve(Request* request) {
     ipc->mCallingPid = conn->pid;
     ipc->mCallingUid = conn->uid;
     Parcel reply;
-    status_t status = conn->binder->transact(request->header.code, *request->data, &reply,
-                                             request->header.flags);
+    status_t status;
+    {
+        SigpipeBlocked sigpipeBlocked;
+        status = conn->binder->transact(request->header.code, *request->data, &reply,
+                                        request->header.flags);
+    }
     ipc->restoreCallingIdentity(token);
     request->data.reset();
 

@@ -103,6 +103,8 @@ base::unique_fd Listen(const std::string& dir, const std::string& path) {
 
 }  // namespace
 
+// The host's directory: this process's services in mServices, the other
+// processes' as sockets in the runtime folder. Any thread may call it.
 class HostServiceManager : public IServiceManager {
 public:
     sp<IBinder> getService(const String16& name) const override;
@@ -121,8 +123,9 @@ private:
         int dumpsysFlags = 0;
     };
 
+    // Also held while a service is being published, so that one name gets
+    // one socket.
     mutable Mutex mLock;
-    // The services this process published.
     KeyedVector<String16, Entry> mServices GUARDED_BY(mLock);
 };
 
