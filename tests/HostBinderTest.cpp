@@ -224,8 +224,12 @@ TEST(BinderPoolTest, DropsBadPeersAndServesTheOthers) {
         EXPECT_EQ(ReadReply(fd.get()), "closed") << reason;
         EXPECT_EQ(log.CountContaining(kTag, reason), 1u) << log.ToString();
     };
-    expectDropped("not a frame", [](int fd) { ASSERT_GT(send(fd, "GET / HTTP/1.0\r\nHost: x\r\n\r\n", 27, MSG_NOSIGNAL), 0); });
-    expectDropped("frame too large", [](int fd) { EXPECT_TRUE(SendHeader(fd, 1, MAX_FRAME_DATA + 1)); });
+    expectDropped("not a frame", [](int fd) {
+        const char garbage[] = "GET / HTTP/1.0\r\nHost: x\r\n\r\n";
+        EXPECT_GT(send(fd, garbage, sizeof(garbage), MSG_NOSIGNAL), 0);
+    });
+    expectDropped("frame too large",
+                  [](int fd) { EXPECT_TRUE(SendHeader(fd, 1, MAX_FRAME_DATA + 1)); });
     expectDropped("descriptors missing", [](int fd) { EXPECT_TRUE(SendHeader(fd, 1, 0, 1)); });
     expectDropped("truncated", [](int fd) {
         EXPECT_TRUE(SendHeader(fd, 1, 100));

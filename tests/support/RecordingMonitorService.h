@@ -48,7 +48,9 @@ public:
     }
 
     void ForceLogSend(int type) override { Record("ForceLogSend", type); }
-    void WriteLogMsg(int prior, int type, S msg) override { Record("WriteLogMsg", prior, type, msg); }
+    void WriteLogMsg(int prior, int type, S msg) override {
+        Record("WriteLogMsg", prior, type, msg);
+    }
     void WriteMediaBigData(int pid, int type, S msg) override {
         Record("WriteMediaBigData", pid, type, msg);
     }

@@ -184,7 +184,8 @@ void BinderPool::PollLoop() {
                     broken.push_back(conn.get());
                     continue;
                 }
-                fds.push_back({conn->fd.get(), static_cast<short>(conn->out.empty() ? POLLIN : POLLOUT), 0});
+                const short events = conn->out.empty() ? POLLIN : POLLOUT;
+                fds.push_back({conn->fd.get(), events, 0});
                 conns.push_back(conn.get());
             }
         }

@@ -91,7 +91,8 @@ base::unique_fd Listen(const std::string& dir, const std::string& path) {
     memcpy(addr.sun_path, temp.c_str(), temp.size() + 1);
     base::unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     unlink(temp.c_str());
-    if (fd.get() < 0 || bind(fd.get(), reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) != 0 ||
+    if (fd.get() < 0 ||
+        bind(fd.get(), reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) != 0 ||
         chmod(temp.c_str(), 0666) != 0 || listen(fd.get(), SOMAXCONN) != 0 ||
         rename(temp.c_str(), path.c_str()) != 0) {
         ALOGE("cannot listen at %s: %s", path.c_str(), strerror(errno));
@@ -154,7 +155,8 @@ sp<IBinder> HostServiceManager::getService(const String16& name) const {
     }
     // Watch before looking, so that a service appearing in between is seen.
     base::unique_fd watch(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-    if (watch.get() >= 0 && inotify_add_watch(watch.get(), dir.c_str(), IN_CREATE | IN_MOVED_TO) < 0) {
+    if (watch.get() >= 0 &&
+        inotify_add_watch(watch.get(), dir.c_str(), IN_CREATE | IN_MOVED_TO) < 0) {
         watch.reset();
     }
     const nsecs_t deadline = systemTime(SYSTEM_TIME_MONOTONIC) + ms2ns(GET_SERVICE_TIMEOUT_MS);

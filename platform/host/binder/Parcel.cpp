@@ -33,7 +33,9 @@ void Parcel::closeFds() {
     mFds.clear();
 }
 
-void Parcel::setDataPosition(size_t pos) const { mDataPos = pos < mData.size() ? pos : mData.size(); }
+void Parcel::setDataPosition(size_t pos) const {
+    mDataPos = pos < mData.size() ? pos : mData.size();
+}
 
 status_t Parcel::setDataSize(size_t size) {
     mData.resize(size);
@@ -185,7 +187,9 @@ String8 Parcel::readString8() const {
     return str;
 }
 
-status_t Parcel::writeString16(const String16& str) { return writeString16(str.string(), str.size()); }
+status_t Parcel::writeString16(const String16& str) {
+    return writeString16(str.string(), str.size());
+}
 
 status_t Parcel::writeString16(const char16_t* str, size_t len) {
     if (str == nullptr || len > INT32_MAX - 1) {
