@@ -79,11 +79,6 @@ void BinderPool::SetMaxThreads(size_t maxThreads) {
     mMaxThreads = maxThreads;
 }
 
-size_t BinderPool::MaxThreads() const {
-    Mutex::Autolock lock(mLock);
-    return mMaxThreads;
-}
-
 void BinderPool::Start() {
     Mutex::Autolock lock(mLock);
     if (mExit || mPolling) {

@@ -45,7 +45,6 @@ public:
     // Serves binder on listener, a listening socket, from now on.
     void AddListener(base::unique_fd listener, const sp<IBinder>& binder);
     void SetMaxThreads(size_t maxThreads);
-    size_t MaxThreads() const;
     // Starts the poll thread, unless it runs or the pool is stopping.
     void Start();
     // Serves requests on the calling thread until Stop().
@@ -91,7 +90,7 @@ private:
     // Constant after construction: wakes the poll thread.
     const base::unique_fd mWakeFd;
 
-    mutable Mutex mLock;
+    Mutex mLock;
     Condition mWorkCond;  // a request was queued, or the pool is stopping
     Condition mLeftCond;  // a joined thread left the pool
     size_t mMaxThreads GUARDED_BY(mLock);

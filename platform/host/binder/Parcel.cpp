@@ -37,19 +37,6 @@ void Parcel::setDataPosition(size_t pos) const {
     mDataPos = pos < mData.size() ? pos : mData.size();
 }
 
-status_t Parcel::setDataSize(size_t size) {
-    mData.resize(size);
-    setDataPosition(mDataPos);
-    return NO_ERROR;
-}
-
-status_t Parcel::setDataCapacity(size_t size) {
-    if (size > mData.capacity()) {
-        mData.reserve(size);
-    }
-    return NO_ERROR;
-}
-
 status_t Parcel::setData(const uint8_t* buffer, size_t len) {
     freeData();
     if (len > 0 && buffer == nullptr) {

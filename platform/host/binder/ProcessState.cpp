@@ -29,8 +29,6 @@ status_t ProcessState::setThreadPoolMaxThreadCount(size_t maxThreads) {
     return NO_ERROR;
 }
 
-size_t ProcessState::getThreadPoolMaxThreadCount() const { return mPool->MaxThreads(); }
-
 void ProcessState::stopThreadPool() { mPool->Stop(); }
 
 IPCThreadState* IPCThreadState::self() {

@@ -33,11 +33,8 @@ public:
     size_t dataSize() const { return mData.size(); }
     size_t dataAvail() const { return mData.size() - mDataPos; }
     size_t dataPosition() const { return mDataPos; }
-    size_t dataCapacity() const { return mData.capacity(); }
     // A position past the end is clamped to the end.
     void setDataPosition(size_t pos) const;
-    status_t setDataSize(size_t size);
-    status_t setDataCapacity(size_t size);
     // Replaces the content with a copy of buffer; descriptors are dropped.
     status_t setData(const uint8_t* buffer, size_t len);
     void freeData();
@@ -87,7 +84,6 @@ public:
     // The descriptor stays owned by the parcel; BAD_TYPE when there is none.
     int readFileDescriptor() const;
 
-    bool hasFileDescriptors() const { return !mFds.empty(); }
     size_t objectsCount() const { return mFds.size(); }
 
 private:

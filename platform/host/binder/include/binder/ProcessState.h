@@ -23,7 +23,6 @@ public:
     // one after the other, in order.
     void startThreadPool();
     status_t setThreadPoolMaxThreadCount(size_t maxThreads);
-    size_t getThreadPoolMaxThreadCount() const;
 
     // Host only: stops serving, joins every pool thread and waits for the
     // joined threads to leave; closes the open connections and drops the
