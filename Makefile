@@ -6,7 +6,7 @@ BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-DEB_PACKAGES := cmake make g++ clang libgtest-dev libgmock-dev libbenchmark-dev \
+DEB_PACKAGES := cmake make g++ clang libclang-rt-dev libgtest-dev libgmock-dev libbenchmark-dev \
 	android-libutils-dev android-liblog-dev android-libbase-dev android-libcutils-dev
 SUDO := $(if $(filter 0,$(shell id -u)),,sudo)
 

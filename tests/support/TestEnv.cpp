@@ -8,13 +8,21 @@
 
 #include <android-base/properties.h>
 
-TempWorkDir::TempWorkDir() {
+namespace {
+
+std::string MakeTempDir(const char* prefix) {
     const char* tmp = getenv("TMPDIR");
-    std::string pattern = std::string(tmp != nullptr ? tmp : "/tmp") + "/vymm-test-XXXXXX";
+    std::string pattern = std::string(tmp != nullptr ? tmp : "/tmp") + "/" + prefix + "XXXXXX";
     if (mkdtemp(pattern.data()) == nullptr) {
         throw std::runtime_error("mkdtemp failed for " + pattern);
     }
-    mPath = pattern;
+    return pattern;
+}
+
+}  // namespace
+
+TempWorkDir::TempWorkDir() {
+    mPath = MakeTempDir("vymm-test-");
     mPrevious = std::filesystem::current_path();
     std::filesystem::current_path(mPath);
 }
@@ -22,6 +30,21 @@ TempWorkDir::TempWorkDir() {
 TempWorkDir::~TempWorkDir() {
     std::error_code ignored;
     std::filesystem::current_path(mPrevious, ignored);
+    std::filesystem::remove_all(mPath, ignored);
+}
+
+ScopedBinderDir::ScopedBinderDir() : mPath(MakeTempDir("vymm-binder-")) {
+    std::filesystem::permissions(mPath, std::filesystem::perms::owner_all |
+                                                std::filesystem::perms::group_read |
+                                                std::filesystem::perms::group_exec |
+                                                std::filesystem::perms::others_read |
+                                                std::filesystem::perms::others_exec);
+    setenv("HOST_BINDER_DIR", mPath.c_str(), 1);
+}
+
+ScopedBinderDir::~ScopedBinderDir() {
+    unsetenv("HOST_BINDER_DIR");
+    std::error_code ignored;
     std::filesystem::remove_all(mPath, ignored);
 }
 

@@ -34,4 +34,19 @@ private:
     std::string mPrevious;
 };
 
+// A fresh Binder runtime folder (HOST_BINDER_DIR) for the scope, reachable
+// by every user like the default one; removed at the end.
+class ScopedBinderDir {
+public:
+    ScopedBinderDir();
+    ~ScopedBinderDir();
+    ScopedBinderDir(const ScopedBinderDir&) = delete;
+    ScopedBinderDir& operator=(const ScopedBinderDir&) = delete;
+
+    const std::string& path() const { return mPath; }
+
+private:
+    std::string mPath;
+};
+
 #endif

@@ -1,0 +1,379 @@
+#define LOG_TAG "HostBinder"
+
+#include "BinderPool.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <binder/IPCThreadState.h>
+#include <log/log.h>
+
+namespace android {
+
+namespace {
+
+// Set on the threads that serve requests, which must not stop the pool.
+thread_local bool tServing = false;
+
+// How long accepting pauses when the process is out of descriptors.
+constexpr int ACCEPT_RETRY_MS = 1000;
+
+// Blocks SIGPIPE on this thread for the scope, and drops one raised in it: a
+// service that writes to a descriptor its caller passed, a dump to a pipe
+// the caller has closed, must see EPIPE rather than kill the process.
+class SigpipeBlocked {
+public:
+    SigpipeBlocked() {
+        sigemptyset(&mPipe);
+        sigaddset(&mPipe, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &mPipe, &mOld);
+        sigset_t pending;
+        sigpending(&pending);
+        mWasPending = sigismember(&pending, SIGPIPE) == 1;
+    }
+    ~SigpipeBlocked() {
+        const timespec now = {0, 0};
+        while (!mWasPending && sigtimedwait(&mPipe, nullptr, &now) == SIGPIPE) {
+        }
+        pthread_sigmask(SIG_SETMASK, &mOld, nullptr);
+    }
+    SigpipeBlocked(const SigpipeBlocked&) = delete;
+    SigpipeBlocked& operator=(const SigpipeBlocked&) = delete;
+
+private:
+    sigset_t mPipe;
+    sigset_t mOld;
+    bool mWasPending;
+};
+
+}  // namespace
+
+BinderPool::BinderPool()
+    : mWakeFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      mMaxThreads(DEFAULT_MAX_THREADS),
+      mExit(false),
+      mPolling(false),
+      mIdle(0),
+      mJoined(0) {
+    LOG_ALWAYS_FATAL_IF(mWakeFd.get() < 0, "eventfd failed: %s", strerror(errno));
+}
+
+BinderPool::~BinderPool() { Stop(); }
+
+void BinderPool::AddListener(base::unique_fd listener, const sp<IBinder>& binder) {
+    {
+        Mutex::Autolock lock(mLock);
+        mListeners.push_back({std::move(listener), binder});
+    }
+    Wake();
+}
+
+void BinderPool::SetMaxThreads(size_t maxThreads) {
+    Mutex::Autolock lock(mLock);
+    mMaxThreads = maxThreads;
+}
+
+void BinderPool::Start() {
+    Mutex::Autolock lock(mLock);
+    if (mExit || mPolling) {
+        return;
+    }
+    mPolling = true;
+    mPoller = std::thread([this] {
+        pthread_setname_np(pthread_self(), "binder-poll");
+        PollLoop();
+    });
+}
+
+void BinderPool::Join() {
+    Start();
+    {
+        Mutex::Autolock lock(mLock);
+        ++mJoined;
+    }
+    WorkerLoop();
+    Mutex::Autolock lock(mLock);
+    --mJoined;
+    mLeftCond.broadcast();
+}
+
+void BinderPool::Stop() {
+    if (tServing) {
+        ALOGE("the thread pool cannot be stopped from one of its threads");
+        return;
+    }
+    std::thread poller;
+    std::vector<std::thread> workers;
+    {
+        Mutex::Autolock lock(mLock);
+        if (mExit) {
+            return;
+        }
+        mExit = true;
+        mWorkCond.broadcast();
+        poller = std::move(mPoller);
+        workers.swap(mWorkers);
+    }
+    Wake();
+    if (poller.joinable()) {
+        poller.join();
+    }
+    for (std::thread& worker : workers) {
+        worker.join();
+    }
+    // Destroyed after the lock is released: requests first, then connections.
+    std::list<std::unique_ptr<Connection>> connections;
+    std::deque<Request> queue;
+    Mutex::Autolock lock(mLock);
+    while (mJoined > 0) {
+        mLeftCond.wait(mLock);
+    }
+    connections.swap(mConnections);
+    queue.swap(mQueue);
+    mPolling = false;
+    mExit = false;
+}
+
+void BinderPool::Wake() {
+    const uint64_t one = 1;
+    if (write(mWakeFd.get(), &one, sizeof(one)) < 0 && errno != EAGAIN) {
+        ALOGE("cannot wake the poll thread: %s", strerror(errno));
+    }
+}
+
+void BinderPool::PollLoop() {
+    std::vector<pollfd> fds;
+    std::vector<std::pair<int, sp<IBinder>>> listeners;
+    std::vector<Connection*> conns;
+    std::vector<Connection*> broken;
+    for (;;) {
+        fds.assign(1, {mWakeFd.get(), POLLIN, 0});
+        listeners.clear();
+        conns.clear();
+        broken.clear();
+        // Accepting resumes after a pause of one round.
+        const bool acceptPaused = mAcceptPaused;
+        mAcceptPaused = false;
+        {
+            Mutex::Autolock lock(mLock);
+            if (mExit) {
+                return;
+            }
+            for (const Listener& listener : mListeners) {
+                if (!acceptPaused) {
+                    fds.push_back({listener.fd.get(), POLLIN, 0});
+                    listeners.emplace_back(listener.fd.get(), listener.binder);
+                }
+            }
+            for (const std::unique_ptr<Connection>& conn : mConnections) {
+                if (conn->busy) {
+                    continue;
+                }
+                if (conn->broken) {
+                    broken.push_back(conn.get());
+                    continue;
+                }
+                const short events = conn->out.empty() ? POLLIN : POLLOUT;
+                fds.push_back({conn->fd.get(), events, 0});
+                conns.push_back(conn.get());
+            }
+        }
+        for (Connection* conn : broken) {
+            Close(conn);
+        }
+        if (poll(fds.data(), fds.size(), acceptPaused ? ACCEPT_RETRY_MS : -1) < 0) {
+            if (errno != EINTR) {
+                ALOGE("poll failed: %s", strerror(errno));
+            }
+            continue;
+        }
+        if (fds[0].revents != 0) {
+            uint64_t count;
+            (void)!read(mWakeFd.get(), &count, sizeof(count));
+        }
+        for (size_t i = 0; i < listeners.size(); ++i) {
+            if (fds[1 + i].revents != 0) {
+                Accept(listeners[i].first, listeners[i].second);
+            }
+        }
+        for (size_t i = 0; i < conns.size(); ++i) {
+            if (fds[1 + listeners.size() + i].revents == 0) {
+                continue;
+            }
+            Connection* conn = conns[i];
+            if (conn->out.empty()) {
+                ReadRequest(conn);
+            } else if (!Flush(conn)) {
+                Close(conn);
+            }
+        }
+    }
+}
+
+void BinderPool::Accept(int listener, const sp<IBinder>& binder) {
+    for (;;) {
+        base::unique_fd fd(accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        if (fd.get() < 0) {
+            if (errno == EINTR || errno == ECONNABORTED) {
+                continue;
+            }
+            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+                ALOGE("cannot accept connections: %s", strerror(errno));
+                mAcceptPaused = true;
+            }
+            return;
+        }
+        ucred cred = {};
+        socklen_t len = sizeof(cred);
+        if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0) {
+            ALOGW("dropping a connection without credentials: %s", strerror(errno));
+            continue;
+        }
+        bool refused;
+        {
+            Mutex::Autolock lock(mLock);
+            refused = mConnections.size() >= MAX_CONNECTIONS;
+            if (!refused) {
+                std::unique_ptr<Connection> conn(new Connection);
+                conn->fd = std::move(fd);
+                conn->binder = binder;
+                conn->pid = cred.pid;
+                conn->uid = cred.uid;
+                mConnections.push_back(std::move(conn));
+            }
+        }
+        if (refused) {
+            ALOGW("refusing connection from pid %d uid %u: %zu connections open", cred.pid,
+                  cred.uid, MAX_CONNECTIONS);
+        }
+    }
+}
+
+void BinderPool::ReadRequest(Connection* conn) {
+    switch (conn->reader.Read(conn->fd.get())) {
+        case FrameReader::NEED_MORE:
+            return;
+        case FrameReader::CLOSED:
+            if (!conn->reader.Empty()) {
+                ALOGW("dropping a truncated frame from pid %d uid %u", conn->pid, conn->uid);
+            }
+            Close(conn);
+            return;
+        case FrameReader::BAD:
+            ALOGW("dropping connection from pid %d uid %u: %s", conn->pid, conn->uid,
+                  conn->reader.Error());
+            Close(conn);
+            return;
+        case FrameReader::COMPLETE:
+            break;
+    }
+    Request request = {conn, {}, std::make_unique<Parcel>()};
+    conn->reader.Take(&request.header, request.data.get());
+
+    Mutex::Autolock lock(mLock);
+    conn->busy = true;
+    mQueue.push_back(std::move(request));
+    if (!mExit && mQueue.size() > mIdle && mWorkers.size() < mMaxThreads) {
+        const size_t index = mWorkers.size();
+        mWorkers.emplace_back([this, index] {
+            char name[16];
+            snprintf(name, sizeof(name), "binder-%zu", index);
+            pthread_setname_np(pthread_self(), name);
+            WorkerLoop();
+        });
+    }
+    mWorkCond.signal();
+}
+
+void BinderPool::WorkerLoop() {
+    tServing = true;
+    mLock.lock();
+    for (;;) {
+        while (!mExit && mQueue.empty()) {
+            ++mIdle;
+            mWorkCond.wait(mLock);
+            --mIdle;
+        }
+        if (mExit) {
+            break;
+        }
+        Request request = std::move(mQueue.front());
+        mQueue.pop_front();
+        mLock.unlock();
+        Serve(&request);
+        mLock.lock();
+    }
+    mLock.unlock();
+    tServing = false;
+}
+
+void BinderPool::Serve(Request* request) {
+    Connection* conn = request->conn;
+    IPCThreadState* ipc = IPCThreadState::self();
+    const int64_t token = ipc->clearCallingIdentity();
+    ipc->mCallingPid = conn->pid;
+    ipc->mCallingUid = conn->uid;
+    Parcel reply;
+    status_t status;
+    {
+        SigpipeBlocked sigpipeBlocked;
+        status = conn->binder->transact(request->header.code, *request->data, &reply,
+                                        request->header.flags);
+    }
+    ipc->restoreCallingIdentity(token);
+    request->data.reset();
+
+    if (reply.dataSize() > MAX_FRAME_DATA || reply.objectsCount() > 0) {
+        ALOGE("the reply to transaction %u cannot be sent", request->header.code);
+        status = FAILED_TRANSACTION;
+        reply.freeData();
+    }
+    conn->out = HostWire::EncodeFrame(static_cast<uint32_t>(status), 0, reply);
+    conn->outSent = 0;
+    const bool sent = Flush(conn);
+    {
+        Mutex::Autolock lock(mLock);
+        conn->broken = !sent;
+        conn->busy = false;
+    }
+    Wake();
+}
+
+bool BinderPool::Flush(Connection* conn) {
+    while (conn->outSent < conn->out.size()) {
+        const ssize_t n = send(conn->fd.get(), conn->out.data() + conn->outSent,
+                               conn->out.size() - conn->outSent, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (n < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return errno == EAGAIN || errno == EWOULDBLOCK;
+        }
+        conn->outSent += static_cast<size_t>(n);
+    }
+    conn->out.clear();
+    conn->outSent = 0;
+    return true;
+}
+
+void BinderPool::Close(Connection* conn) {
+    std::unique_ptr<Connection> closing;
+    {
+        Mutex::Autolock lock(mLock);
+        for (auto it = mConnections.begin(); it != mConnections.end(); ++it) {
+            if (it->get() == conn) {
+                closing = std::move(*it);
+                mConnections.erase(it);
+                break;
+            }
+        }
+    }
+}
+
+}  // namespace android

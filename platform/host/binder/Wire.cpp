@@ -1,0 +1,184 @@
+#include "Wire.h"
+
+#include <errno.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+namespace android {
+
+int HostWire::Connect(const std::string& path) {
+    sockaddr_un addr = {};
+    if (path.size() >= sizeof(addr.sun_path)) {
+        errno = ENAMETOOLONG;
+        return -1;
+    }
+    addr.sun_family = AF_UNIX;
+    memcpy(addr.sun_path, path.c_str(), path.size() + 1);
+    base::unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (fd.get() < 0) {
+        return -1;
+    }
+    while (connect(fd.get(), reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) != 0) {
+        if (errno != EINTR) {
+            return -1;
+        }
+    }
+    return fd.release();
+}
+
+std::vector<uint8_t> HostWire::EncodeFrame(uint32_t code, uint32_t flags, const Parcel& parcel) {
+    const FrameHeader header = {FRAME_MAGIC, code, flags,
+                                static_cast<uint32_t>(parcel.dataSize()),
+                                static_cast<uint32_t>(parcel.mFds.size())};
+    std::vector<uint8_t> bytes(sizeof(header) + parcel.dataSize());
+    memcpy(bytes.data(), &header, sizeof(header));
+    if (parcel.dataSize() > 0) {
+        memcpy(bytes.data() + sizeof(header), parcel.data(), parcel.dataSize());
+    }
+    return bytes;
+}
+
+status_t HostWire::SendFrame(int fd, uint32_t code, uint32_t flags, const Parcel& parcel) {
+    if (parcel.dataSize() > MAX_FRAME_DATA || parcel.mFds.size() > MAX_FRAME_FDS) {
+        return FAILED_TRANSACTION;
+    }
+    const std::vector<uint8_t> bytes = EncodeFrame(code, flags, parcel);
+
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int) * MAX_FRAME_FDS)] = {};
+    iovec iov = {const_cast<uint8_t*>(bytes.data()), bytes.size()};
+    msghdr msg = {};
+    msg.msg_iov = &iov;
+    msg.msg_iovlen = 1;
+    if (!parcel.mFds.empty()) {
+        msg.msg_control = control;
+        msg.msg_controllen = CMSG_SPACE(sizeof(int) * parcel.mFds.size());
+        cmsghdr* cmsg = CMSG_FIRSTHDR(&msg);
+        cmsg->cmsg_level = SOL_SOCKET;
+        cmsg->cmsg_type = SCM_RIGHTS;
+        cmsg->cmsg_len = CMSG_LEN(sizeof(int) * parcel.mFds.size());
+        for (size_t i = 0; i < parcel.mFds.size(); ++i) {
+            memcpy(CMSG_DATA(cmsg) + i * sizeof(int), &parcel.mFds[i].fd, sizeof(int));
+        }
+    }
+
+    size_t sent = 0;
+    while (sent < bytes.size()) {
+        iov.iov_base = const_cast<uint8_t*>(bytes.data()) + sent;
+        iov.iov_len = bytes.size() - sent;
+        const ssize_t n = sendmsg(fd, &msg, MSG_NOSIGNAL);
+        if (n < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return -errno;
+        }
+        sent += static_cast<size_t>(n);
+        // The descriptors went with the first bytes.
+        msg.msg_control = nullptr;
+        msg.msg_controllen = 0;
+    }
+    return NO_ERROR;
+}
+
+void HostWire::Adopt(Parcel* parcel, std::vector<uint8_t>&& data,
+                     std::vector<base::unique_fd>&& fds) {
+    parcel->freeData();
+    parcel->mData = std::move(data);
+    for (base::unique_fd& fd : fds) {
+        parcel->mFds.push_back({fd.release(), true});
+    }
+    fds.clear();
+}
+
+FrameReader::Result FrameReader::Fail(const char* why) {
+    mError = why;
+    mFds.clear();
+    return BAD;
+}
+
+FrameReader::Result FrameReader::Read(int fd) {
+    for (;;) {
+        uint8_t* dst;
+        size_t want;
+        if (mHeaderGot < sizeof(mHeader)) {
+            dst = reinterpret_cast<uint8_t*>(&mHeader) + mHeaderGot;
+            want = sizeof(mHeader) - mHeaderGot;
+        } else {
+            dst = mData.data() + mDataGot;
+            want = mData.size() - mDataGot;
+        }
+
+        alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int) * MAX_FRAME_FDS)];
+        iovec iov = {dst, want};
+        msghdr msg = {};
+        msg.msg_iov = &iov;
+        msg.msg_iovlen = 1;
+        msg.msg_control = control;
+        msg.msg_controllen = sizeof(control);
+        const ssize_t n = recvmsg(fd, &msg, MSG_CMSG_CLOEXEC);
+        if (n < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            if (errno == EAGAIN || errno == EWOULDBLOCK) {
+                return NEED_MORE;
+            }
+            return errno == ECONNRESET ? CLOSED : Fail("read failed");
+        }
+        // Own the descriptors first, so that none leaks whatever follows.
+        for (cmsghdr* cmsg = CMSG_FIRSTHDR(&msg); cmsg != nullptr;
+             cmsg = CMSG_NXTHDR(&msg, cmsg)) {
+            if (cmsg->cmsg_level != SOL_SOCKET || cmsg->cmsg_type != SCM_RIGHTS) {
+                continue;
+            }
+            const size_t count = (cmsg->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+            for (size_t i = 0; i < count; ++i) {
+                int received;
+                memcpy(&received, CMSG_DATA(cmsg) + i * sizeof(int), sizeof(int));
+                mFds.emplace_back(received);
+            }
+        }
+        if ((msg.msg_flags & MSG_CTRUNC) != 0 || mFds.size() > mMaxFds) {
+            return Fail("too many descriptors");
+        }
+        if (n == 0) {
+            mFds.clear();
+            return CLOSED;
+        }
+
+        if (mHeaderGot < sizeof(mHeader)) {
+            mHeaderGot += static_cast<size_t>(n);
+            if (mHeaderGot < sizeof(mHeader)) {
+                continue;
+            }
+            if (mHeader.magic != FRAME_MAGIC) {
+                return Fail("not a frame");
+            }
+            if (mHeader.dataSize > MAX_FRAME_DATA) {
+                return Fail("frame too large");
+            }
+            if (mHeader.fdCount > mMaxFds) {
+                return Fail("too many descriptors");
+            }
+            mData.resize(mHeader.dataSize);
+            mDataGot = 0;
+        } else {
+            mDataGot += static_cast<size_t>(n);
+        }
+        if (mDataGot == mData.size()) {
+            return mFds.size() == mHeader.fdCount ? COMPLETE : Fail("descriptors missing");
+        }
+    }
+}
+
+void FrameReader::Take(FrameHeader* header, Parcel* parcel) {
+    *header = mHeader;
+    HostWire::Adopt(parcel, std::move(mData), std::move(mFds));
+    mHeader = {};
+    mHeaderGot = 0;
+    mData.clear();
+    mDataGot = 0;
+}
+
+}  // namespace android
