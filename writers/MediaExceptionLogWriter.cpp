@@ -90,12 +90,12 @@ void MediaExceptionLogWriter::GetMediaLogbody(int /*fd*/) {
 
 bool MediaExceptionLogWriter::DoSendMediaLog() {
     GetMediaLogbody(-1);
+    const String8 now = GetFormattedCurrentTime();
     if (mDebuggable) {
-        ALOGI("DoSendMediaLog: %s, time: %s", mLogBody.string(),
-              GetFormattedCurrentTime().string());
+        ALOGI("DoSendMediaLog: %s, time: %s", mLogBody.string(), now.string());
     }
     String8 head(mRadarHead);
-    head.appendFormat("\nTime: %s\n", GetFormattedCurrentTime().string());
+    head.appendFormat("\nTime: %s\n", now.string());
     // Validation only: the radar report is composed but not handed on.
     WriteLogExceptionMsg("app-media", 65, head.string(), mLogBody.string());
     mLastSendTime = systemTime(SYSTEM_TIME_MONOTONIC);
