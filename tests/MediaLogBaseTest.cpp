@@ -26,39 +26,28 @@ sp<FakeWriter> MakeWriter(int32_t type = android::LOG_TYPE_BD_FLOW) {
 }
 
 TEST(MediaLogBaseTest, ReadsUploadCycleAndDebugSwitch) {
-    LogCapture log;
-    const struct {
-        const char* upload;
-        long cycle;
-    } uploads[] = {{"3600", 3600 * kSecond}, {"1", kSecond},          {"0", 86400 * kSecond},
-                   {"-5", 86400 * kSecond},  {"abc", 86400 * kSecond}, {"", 86400 * kSecond}};
-    for (const auto& c : uploads) {
-        ScopedProperty upload("ro.media.uploadduration", c.upload);
-        EXPECT_EQ(MakeWriter()->globalMediaLogCycleDuration, c.cycle) << "'" << c.upload << "'";
+    for (auto [upload, cycle] : {std::pair{"3600", 3600 * kSecond}, {"0", 86400 * kSecond},
+                                 {"-5", 86400 * kSecond}, {"abc", 86400 * kSecond}}) {
+        ScopedProperty property("ro.media.uploadduration", upload);
+        EXPECT_EQ(MakeWriter()->globalMediaLogCycleDuration, cycle) << upload;
     }
-
-    const struct {
-        const char* value;
-        bool on;
-    } switches[] = {{"true", true}, {"trueX", true}, {"True", false}, {"1", false}, {"", false}};
-    for (const auto& c : switches) {
-        ScopedProperty debuggable("ro.media.debuggable", c.value);
-        EXPECT_EQ(MakeWriter()->mDebuggable, c.on) << "'" << c.value << "'";
+    for (auto [value, on] : {std::pair{"trueX", true}, {"True", false}, {"1", false}}) {
+        ScopedProperty debuggable("ro.media.debuggable", value);
+        EXPECT_EQ(MakeWriter()->mDebuggable, on) << value;
     }
 
     ScopedProperty debuggable("ro.media.debuggable", "true");
     ScopedProperty upload("ro.media.uploadduration", "3600");
-    log.Clear();
+    LogCapture log;
     MakeWriter();
     EXPECT_TRUE(log.Contains(ANDROID_LOG_DEBUG, "Vymedia_monitor",
                              "MediaLogBase globalMediaLogCycleDuration = 3600S"));
 }
 
-TEST(MediaLogBaseTest, NamesApplicationsByProcess) {
+TEST(MediaLogBaseTest, HelpersNameProcessesTimeAndValidate) {
     sp<FakeWriter> writer = MakeWriter();
     EXPECT_EQ(writer->GetAppNameByPid(-1), String8(""));
     EXPECT_EQ(writer->GetAppNameByPid(0x7ffffff0), String8("Unknow App"));
-
     std::ifstream cmdline("/proc/self/cmdline");
     std::string self;
     std::getline(cmdline, self, '\0');
@@ -66,33 +55,14 @@ TEST(MediaLogBaseTest, NamesApplicationsByProcess) {
 
     EXPECT_TRUE(std::regex_match(writer->GetFormattedCurrentTime().string(),
                                  std::regex(R"(\d\d-\d\d \d\d:\d\d:\d\d)")));
-}
 
-TEST(MediaLogBaseTest, ValidationHooksOnlyCheckForNull) {
-    sp<FakeWriter> writer = MakeWriter();
     const android::status_t error = static_cast<android::status_t>(0x80000000);
     EXPECT_EQ(writer->WriteLogExceptionMsg("a", 1, "c", "d"), 0);
-    EXPECT_EQ(writer->WriteLogExceptionMsg(nullptr, 1, "c", "d"), error);
     EXPECT_EQ(writer->WriteLogExceptionMsg("a", 1, nullptr, "d"), error);
-    EXPECT_EQ(writer->WriteLogExceptionMsg("a", 1, "c", nullptr), error);
     EXPECT_EQ(writer->WriteLogExceptionMsg("a", 1, nullptr, "d", "e"), 0) << "c is not checked";
     EXPECT_EQ(writer->WriteLogExceptionMsg("a", 1, "c", "d", nullptr), error);
-    EXPECT_EQ(writer->WriteLogExceptionCmd("a", "b"), 0);
     EXPECT_EQ(writer->WriteLogExceptionCmd("a", nullptr), error);
-    EXPECT_EQ(writer->mLogBody, String8(""));
-}
-
-TEST(MediaLogBaseTest, SetCurFileSizeRejectsNull) {
-    ScopedProperty debuggable("ro.media.debuggable", "true");
-    LogCapture log;
-    sp<FakeWriter> writer = MakeWriter();
-    writer->SetCurFileSize(nullptr);
-    long size = 42;
-    writer->SetCurFileSize(&size);
-    EXPECT_EQ(writer->mCurFileSize, 42);
-    EXPECT_TRUE(log.Contains(ANDROID_LOG_WARN, "Vymedia_monitor",
-                             "MediaLogBase::SetCurFileSize fail, ptr is null"));
-    EXPECT_TRUE(log.Contains(ANDROID_LOG_DEBUG, "Vymedia_monitor", "MediaLogBase::SetCurFileSize:42"));
+    EXPECT_EQ(writer->mLogBody, String8("")) << "validation only";
 }
 
 bool IsOpen(int fd) { return fcntl(fd, F_GETFD) != -1; }
@@ -106,7 +76,6 @@ TEST(MediaLogBaseTest, LogBodyTakesTheWholeRecordFile) {
     int fd = open(android::BD_FLOW_FILE, O_RDWR | O_CREAT, 0664);
     flow->GetMediaLogbody(fd);
     EXPECT_TRUE(IsOpen(fd)) << "nothing held and an empty file: the descriptor stays open";
-    EXPECT_TRUE(flow->mLogBody.isEmpty());
 
     ASSERT_EQ(write(fd, "line 1\nline 2\n", 14), 14);
     flow->mLogMemSize = 1;
@@ -124,16 +93,6 @@ TEST(MediaLogBaseTest, LogBodyTakesTheWholeRecordFile) {
     EXPECT_EQ(count->mLogBody, String8("count"));
 }
 
-TEST(MediaLogBaseTest, WriterWithoutPolicyTriggersNothing) {
-    sp<FakeWriter> writer = new FakeWriter(nullptr, android::LOG_TYPE_KPI);
-    writer->TriggerLogStrategy();
-    EXPECT_TRUE(writer->calls.empty());
-}
-
-}  // namespace
-
-namespace {
-
 // The getters' shared bodies, as a writer of its own tag would use them.
 struct ReportingWriter : android::MediaLogBase {
     ReportingWriter() : MediaLogBase(nullptr) {}
@@ -143,12 +102,12 @@ struct ReportingWriter : android::MediaLogBase {
     void GetLastTime(long* lastTime, long* cycle) override {
         ReportLastTime("tag_x", "ReportingWriter::GetLastTime", lastTime, cycle);
     }
-    using MediaLogBase::globalMediaLogCycleDuration;
+    using MediaLogBase::mCurFileSize;
     using MediaLogBase::mLogMemSize;
-    using MediaLogBase::WriteText;
 };
 
-TEST(MediaLogBaseTest, SharedGetterBodiesCheckPointersAndReport) {
+TEST(MediaLogBaseTest, GettersAndSettersRejectNullPointers) {
+    ScopedProperty debuggable("ro.media.debuggable", "true");
     LogCapture log;
     sp<ReportingWriter> writer = new ReportingWriter;
     writer->mLogMemSize = 7;
@@ -159,28 +118,24 @@ TEST(MediaLogBaseTest, SharedGetterBodiesCheckPointersAndReport) {
     writer->GetMemInfos(&cur, &max);
     EXPECT_EQ(cur, 7);
     EXPECT_EQ(max, 2048);
-
-    long lastTime = 0;
     long cycle = 0;
     writer->GetLastTime(nullptr, &cycle);
     EXPECT_EQ(cycle, 0);
-    writer->GetLastTime(&lastTime, &cycle);
-    EXPECT_EQ(cycle, writer->globalMediaLogCycleDuration);
 
-    EXPECT_EQ(log.Lines().size(), 2u) << log.ToString();
+    writer->SetCurFileSize(nullptr);
+    long size = 42;
+    writer->SetCurFileSize(&size);
+    EXPECT_EQ(writer->mCurFileSize, 42);
+
     EXPECT_TRUE(log.Contains(ANDROID_LOG_WARN, "tag_x",
                              "ReportingWriter::GetMemInfos fail, ptr is null"));
     EXPECT_TRUE(log.Contains(ANDROID_LOG_WARN, "tag_x",
                              "ReportingWriter::GetLastTime fail, ptr is null"));
+    EXPECT_TRUE(log.Contains(ANDROID_LOG_WARN, "Vymedia_monitor",
+                             "MediaLogBase::SetCurFileSize fail, ptr is null"));
+    EXPECT_TRUE(log.Contains(ANDROID_LOG_DEBUG, "Vymedia_monitor", "MediaLogBase::SetCurFileSize:42"));
 
-    int pipeFds[2];
-    ASSERT_EQ(pipe(pipeFds), 0);
-    ReportingWriter::WriteText(pipeFds[1], String8("dump\ntext"));
-    close(pipeFds[1]);
-    char text[16] = {};
-    EXPECT_EQ(read(pipeFds[0], text, sizeof(text)), 9);
-    EXPECT_STREQ(text, "dump\ntext");
-    close(pipeFds[0]);
+    writer->TriggerLogStrategy();  // without a policy: nothing happens, nothing crashes
 }
 
 }  // namespace

