@@ -1,10 +1,8 @@
-// The client process of the Binder tests:
-//   binder_test_client SERVICE UID COMMAND [ARG...]
-// UID "-" keeps the user; a number drops to it first (root only).
-// Commands: "every" calls the 21 operations; "threads N M" calls
-// MonitorVolumeIndex(thread, call, 0) M times on each of N threads; "dump
-// ARG..." dumps to standard output; "dump-to-closed-pipe" prints the dump's
-// status; "ping"; "transact CODE" prints "sending", then the status. Exits 0
+// The client process of the interface test: binder_test_client SERVICE UID
+// UID "-" keeps the user; a number drops to it first (root only). Prints its
+// pid, calls the 21 operations, then MonitorVolumeIndex(thread, call, 0) 50
+// times on each of 4 threads, then dumps with "-a" "x y" to standard output
+// and to a pipe whose reader is closed, printing that dump's status. Exits 0
 // when the calls went through.
 #include <grp.h>
 #include <stdio.h>
@@ -13,7 +11,6 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -24,8 +21,7 @@
 using namespace android;
 
 int main(int argc, char** argv) {
-    if (argc < 4) {
-        fprintf(stderr, "usage: %s SERVICE UID COMMAND [ARG...]\n", argv[0]);
+    if (argc != 3) {
         return 2;
     }
     if (strcmp(argv[2], "-") != 0) {
@@ -42,47 +38,28 @@ int main(int argc, char** argv) {
     if (binder == nullptr) {
         return 4;
     }
-    const std::string command = argv[3];
-    if (command == "every") {
-        CallEveryOperation(interface_cast<IVyMediaMonitorService>(binder).get());
-    } else if (command == "threads" && argc == 6) {
-        const sp<IVyMediaMonitorService> service = interface_cast<IVyMediaMonitorService>(binder);
-        std::vector<std::thread> threads;
-        for (int t = 0; t < atoi(argv[4]); ++t) {
-            threads.emplace_back([&service, t, calls = atoi(argv[5])] {
-                for (int i = 0; i < calls; ++i) {
-                    service->MonitorVolumeIndex(t, i, 0);
-                }
-            });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-    } else if (command == "dump") {
-        Vector<String16> args;
-        for (int i = 4; i < argc; ++i) {
-            args.add(String16(argv[i]));
-        }
-        return binder->dump(STDOUT_FILENO, args) == NO_ERROR ? 0 : 1;
-    } else if (command == "dump-to-closed-pipe") {
-        int fds[2];
-        if (pipe(fds) != 0) {
-            return 1;
-        }
-        close(fds[0]);
-        printf("%d\n", binder->dump(fds[1], Vector<String16>()));
-        close(fds[1]);
-    } else if (command == "ping") {
-        return binder->pingBinder() == NO_ERROR ? 0 : 1;
-    } else if (command == "transact" && argc == 5) {
-        printf("sending\n");
-        fflush(stdout);
-        Parcel data;
-        Parcel reply;
-        printf("%d\n", binder->transact(static_cast<uint32_t>(atoi(argv[4])), data, &reply));
-    } else {
-        fprintf(stderr, "unknown command %s\n", command.c_str());
-        return 2;
+    dprintf(STDOUT_FILENO, "%d\n", getpid());
+    const sp<IVyMediaMonitorService> service = interface_cast<IVyMediaMonitorService>(binder);
+    CallEveryOperation(service.get());
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&service, t] {
+            for (int i = 0; i < 50; ++i) {
+                service->MonitorVolumeIndex(t, i, 0);
+            }
+        });
     }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    Vector<String16> args;
+    args.add(String16("-a"));
+    args.add(String16("x y"));
+    int fds[2];
+    if (binder->dump(STDOUT_FILENO, args) != NO_ERROR || pipe(fds) != 0) {
+        return 1;
+    }
+    close(fds[0]);
+    printf("%d\n", binder->dump(fds[1], args));
     return binder->isBinderAlive() ? 0 : 1;
 }

@@ -5,8 +5,6 @@
 
 #include <unistd.h>
 
-#include <chrono>
-#include <condition_variable>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -14,11 +12,13 @@
 #include <IVyMediaMonitorService.h>
 #include <binder/IPCThreadState.h>
 
+#define VYMM_RECORDED(name, params, ...) \
+    void name params override { Record(#name, __VA_ARGS__); }
+
 class RecordingMonitorService : public android::BnVyMediaMonitorService {
 public:
     using S = const char*;
-    using String8 = android::String8;
-
+    using S8 = const android::String8&;
     struct Call {
         std::string text;
         pid_t pid;
@@ -29,77 +29,35 @@ public:
         std::lock_guard<std::mutex> lock(mMutex);
         return mCalls;
     }
-    std::vector<std::string> Texts() const {
-        std::vector<std::string> texts;
-        for (const Call& call : Calls()) {
-            texts.push_back(call.text);
-        }
-        return texts;
-    }
-    // True once count calls have arrived; gives up after ten seconds.
-    bool WaitForCalls(size_t count) const {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return mArrived.wait_for(lock, std::chrono::seconds(10),
-                                 [&] { return mCalls.size() >= count; });
-    }
     void Clear() {
         std::lock_guard<std::mutex> lock(mMutex);
         mCalls.clear();
     }
 
-    void ForceLogSend(int type) override { Record("ForceLogSend", type); }
-    void WriteLogMsg(int prior, int type, S msg) override {
-        Record("WriteLogMsg", prior, type, msg);
-    }
-    void WriteMediaBigData(int pid, int type, S msg) override {
-        Record("WriteMediaBigData", pid, type, msg);
-    }
-    void WriteLogMsg(int id, int level, int subType, const String8& reason,
-                     const String8& app) override {
-        Record("WriteLogMsg", id, level, subType, reason, app);
-    }
-    void WriteLogMsg(int id, int level, int subType, const String8& reason, const String8& app,
-                     int paraInt, const String8& paraChar, int associated) override {
-        Record("WriteLogMsg", id, level, subType, reason, app, paraInt, paraChar, associated);
-    }
-    void WriteKpis(const String8& kpis) override { Record("WriteKpis", kpis); }
-    void WriteBigData(int id, S a, int b, int c) override { Record("WriteBigData", id, a, b, c); }
-    void WriteBigData(int id, S a, S b, int c, int d) override {
-        Record("WriteBigData", id, a, b, c, d);
-    }
-    void WriteBigData(int id, S a, S b, int c) override { Record("WriteBigData", id, a, b, c); }
-    void WriteBigData(int id, S a, int b, int c, int d) override {
-        Record("WriteBigData", id, a, b, c, d);
-    }
-    void WriteBigData(int id, S a, S b, S c) override { Record("WriteBigData", id, a, b, c); }
-    void WriteBigData(int id, S a, S b, S c, int d) override {
-        Record("WriteBigData", id, a, b, c, d);
-    }
-    void WriteBigData(int id, S a, int b, int c, int d, int e) override {
-        Record("WriteBigData", id, a, b, c, d, e);
-    }
-    void WriteBigData(int id, S a, S b, S c, S d, int e, int f, int g) override {
-        Record("WriteBigData", id, a, b, c, d, e, f, g);
-    }
-    void WriteBigData(int id, S a, S b, S c, S d, S e, int f) override {
-        Record("WriteBigData", id, a, b, c, d, e, f);
-    }
-    void WriteBigData(int id, S a, S b, S c, S d, S e, S f, int g) override {
-        Record("WriteBigData", id, a, b, c, d, e, f, g);
-    }
-    void MonitorSetForceUse(int usage, int config) override {
-        Record("MonitorSetForceUse", usage, config);
-    }
-    void MonitorBroadcastStream(int state, int stream) override {
-        Record("MonitorBroadcastStream", state, stream);
-    }
-    void MonitorBroadcastDevice(unsigned int device) override {
-        Record("MonitorBroadcastDevice", device);
-    }
-    void MonitorVolumeIndex(int source, int index, int device) override {
-        Record("MonitorVolumeIndex", source, index, device);
-    }
-    void MonitorPlayingApp(S app) override { Record("MonitorPlayingApp", app); }
+    VYMM_RECORDED(ForceLogSend, (int a), a)
+    VYMM_RECORDED(WriteLogMsg, (int a, int b, S c), a, b, c)
+    VYMM_RECORDED(WriteMediaBigData, (int a, int b, S c), a, b, c)
+    VYMM_RECORDED(WriteLogMsg, (int a, int b, int c, S8 d, S8 e), a, b, c, d, e)
+    VYMM_RECORDED(WriteLogMsg, (int a, int b, int c, S8 d, S8 e, int f, S8 g, int h),
+                  a, b, c, d, e, f, g, h)
+    VYMM_RECORDED(WriteKpis, (S8 a), a)
+    VYMM_RECORDED(WriteBigData, (int a, S b, int c, int d), a, b, c, d)
+    VYMM_RECORDED(WriteBigData, (int a, S b, S c, int d, int e), a, b, c, d, e)
+    VYMM_RECORDED(WriteBigData, (int a, S b, S c, int d), a, b, c, d)
+    VYMM_RECORDED(WriteBigData, (int a, S b, int c, int d, int e), a, b, c, d, e)
+    VYMM_RECORDED(WriteBigData, (int a, S b, S c, S d), a, b, c, d)
+    VYMM_RECORDED(WriteBigData, (int a, S b, S c, S d, int e), a, b, c, d, e)
+    VYMM_RECORDED(WriteBigData, (int a, S b, int c, int d, int e, int f), a, b, c, d, e, f)
+    VYMM_RECORDED(WriteBigData, (int a, S b, S c, S d, S e, int f, int g, int h),
+                  a, b, c, d, e, f, g, h)
+    VYMM_RECORDED(WriteBigData, (int a, S b, S c, S d, S e, S f, int g), a, b, c, d, e, f, g)
+    VYMM_RECORDED(WriteBigData, (int a, S b, S c, S d, S e, S f, S g, int h),
+                  a, b, c, d, e, f, g, h)
+    VYMM_RECORDED(MonitorSetForceUse, (int a, int b), a, b)
+    VYMM_RECORDED(MonitorBroadcastStream, (int a, int b), a, b)
+    VYMM_RECORDED(MonitorBroadcastDevice, (unsigned int a), a)
+    VYMM_RECORDED(MonitorVolumeIndex, (int a, int b, int c), a, b, c)
+    VYMM_RECORDED(MonitorPlayingApp, (S a), a)
 
     // Writes "dump(<args>)" to fd.
     android::status_t dump(int fd, const android::Vector<android::String16>& args) override {
@@ -108,17 +66,14 @@ public:
             text += (i > 0 ? "," : "") + std::string(android::String8(args[i]).c_str());
         }
         text += ")\n";
-        return write(fd, text.data(), text.size()) == ssize_t(text.size()) ? android::NO_ERROR
-                                                                            : -errno;
+        return write(fd, text.data(), text.size()) == ssize_t(text.size()) ? android::OK : -errno;
     }
 
 private:
     static std::string Format(int value) { return std::to_string(value); }
     static std::string Format(unsigned int value) { return std::to_string(value) + "u"; }
-    static std::string Format(S value) {
-        return value != nullptr ? "\"" + std::string(value) + "\"" : "null";
-    }
-    static std::string Format(const String8& value) {
+    static std::string Format(S value) { return value ? '"' + std::string(value) + '"' : "null"; }
+    static std::string Format(S8 value) {
         return "'" + std::string(value.c_str(), value.size()) + "'";
     }
 
@@ -130,15 +85,14 @@ private:
         std::lock_guard<std::mutex> lock(mMutex);
         mCalls.push_back({std::string(operation) + "(" + text + ")", ipc->getCallingPid(),
                           ipc->getCallingUid()});
-        mArrived.notify_all();
     }
 
     mutable std::mutex mMutex;
-    mutable std::condition_variable mArrived;
     std::vector<Call> mCalls;  // guarded by mMutex
 };
 
-// Calls the 21 operations in order, with null strings in some places.
+// Calls the 21 operations in order, with distinct arguments and null strings
+// in some places.
 inline void CallEveryOperation(android::IVyMediaMonitorService* service) {
     using android::String8;
     service->ForceLogSend(3);
