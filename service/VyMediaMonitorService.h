@@ -1,0 +1,395 @@
+// The media monitor service "Vymedia.monitor": media components report
+// exceptions, KPI strings and big-data statistics, and tell it the audio
+// state. Each call is checked, turned into an event and queued to one worker
+// thread, which hands it to the writers; no caller waits for a file or an
+// upload.
+//
+// Threads and locks, in the order in which they may be nested:
+//   mLock            the entry points' lock: queue order and the cache slots.
+//                    Binder threads hold it while they build and queue one
+//                    event (and for the type-9 direct call to the exception
+//                    log writer).
+//   mAudioStateLock  the audio state; taken alone by the Monitor...
+//                    operations, or inside mLock.
+//   a writer's mutex taken by the writers' own entry points.
+//   mQueueLock       the send thread's queue; never held with a writer's mutex.
+// mDispatchLock serialises dispatch on the worker (and shutdown's last sends).
+// It is never held together with mLock: a writer that uploads for seconds
+// keeps only mDispatchLock, so the entry points that need mLock go on
+// queueing meanwhile.
+//
+// The writers, the policy and the thread are set by Init (in the constructor,
+// before the service can be reached) and released by DeInit (in the
+// destructor, after the thread has stopped), so they need no lock.
+#ifndef VYMM_SERVICE_VY_MEDIA_MONITOR_SERVICE_H
+#define VYMM_SERVICE_VY_MEDIA_MONITOR_SERVICE_H
+
+#include <stdint.h>
+
+#include <IVyMediaMonitorService.h>
+#include <utils/Condition.h>
+#include <utils/KeyedVector.h>
+#include <utils/Mutex.h>
+#include <utils/RefBase.h>
+#include <utils/String16.h>
+#include <utils/String8.h>
+#include <utils/Thread.h>
+#include <utils/Vector.h>
+
+#include "writers/MediaBDCountWriter.h"
+#include "writers/MediaBDFlowWriter.h"
+#include "writers/MediaBigDataWriter.h"
+#include "writers/MediaExceptionLogWriter.h"
+#include "writers/MediaExceptionWriter.h"
+#include "writers/MediaKpiWriter.h"
+#include "writers/MediaMonitorPolicy.h"
+
+namespace android {
+
+class VyMediaMonitorService : public BnVyMediaMonitorService {
+public:
+    // What an event asks of the writers; selects its dispatch route. 0 and
+    // values above 21 are never produced and are dispatched as unknown.
+    enum EventType : int32_t {
+        EVENT_LOG_MSG = 1,
+        EVENT_BD_FLOW_MSG = 2,
+        EVENT_BD_COUNT_MSG = 3,
+        EVENT_BD_FLOW_COUNT_MSG = 4,
+        EVENT_BD_WRITE_FILES = 5,  // produced by nothing, still served
+        EVENT_WRITE_CHECK = 6,
+        EVENT_EXCEPTION = 7,
+        EVENT_EXCEPTION_EXT = 8,
+        EVENT_KPI = 9,
+        EVENT_BIGDATA = 10,
+        EVENT_BIGDATA_STRING = 11,
+        EVENT_BIGDATA_OUTPUT_DEVICE = 12,
+        EVENT_BIGDATA_PKG = 13,
+        EVENT_BIGDATA_PKG_TYPE = 14,
+        EVENT_BIGDATA_PLAY_STATUS = 15,
+        EVENT_FORCE_SEND = 16,
+        EVENT_BIGDATA_RECORDING = 17,
+        EVENT_BIGDATA_DUAL_BLUETOOTH = 18,
+        EVENT_VIDEO_BIGDATA = 19,
+        EVENT_VIDEO_CODEC_ERROR = 20,
+        EVENT_VIDEO_CATON_VAGUE = 21,
+    };
+
+    // Events carry a call's arguments by value from a Binder thread to the
+    // worker; immutable once queued. Derived events keep their payload in
+    // their own fields and leave the base's pid, prior and subType at -1.
+    class LogSrvEvent : public RefBase {
+    public:
+        // value lands in pid for a big-data file message, else in prior.
+        LogSrvEvent(EventType type, int value, int subType, String8 msg, bool isBigData);
+
+        EventType type;
+        int32_t pid;
+        int32_t prior;
+        int32_t subType;
+        String8 msg;
+
+    protected:
+        explicit LogSrvEvent(EventType type);
+    };
+
+    class ExceptionEvent : public LogSrvEvent {
+    public:
+        // The short form leaves paraInt and associatedEventId -1, paraChar empty.
+        ExceptionEvent(EventType type, int pid, int eventId, int eventLevel, int subType,
+                       String8 reason, String8 callingApp);
+        ExceptionEvent(EventType type, int pid, int eventId, int eventLevel, int subType,
+                       String8 reason, String8 callingApp, int paraInt, String8 paraChar,
+                       int associatedEventId);
+
+        int32_t pid;
+        int32_t eventId;
+        int32_t eventLevel;
+        int32_t subType;
+        String8 reason;
+        String8 callingApp;
+        int32_t paraInt;
+        String8 paraChar;
+        int32_t associatedEventId;
+    };
+
+    class KpiEvent : public LogSrvEvent {
+    public:
+        KpiEvent(EventType type, const String8& kpis);
+
+        String8 kpis;  // the whole record text, parsed by the KPI writer
+    };
+
+    // One shape for ten kinds of big-data call; each constructor fills its
+    // slots and leaves the others 0 or empty. The placements are the
+    // recorders' contract: the integer-list forms put their text in pkgName,
+    // the three-integer form leaves para1 0, the two-text form's integer is
+    // ext2.
+    class BigDataEvent : public LogSrvEvent {
+    public:
+        BigDataEvent(EventType type, int eventId, String8 s, int a, int b);
+        BigDataEvent(EventType type, int eventId, String8 s1, String8 s2, int b);
+        BigDataEvent(EventType type, int eventId, String8 s1, String8 s2, int a, int b);
+        BigDataEvent(EventType type, int eventId, String8 s1, String8 s2, String8 s3);
+        BigDataEvent(EventType type, int eventId, String8 s1, String8 s2, String8 s3, int a);
+        BigDataEvent(EventType type, int eventId, String8 s1, String8 s2, String8 s3,
+                     String8 s4);
+        BigDataEvent(EventType type, int eventId, String8 s, int a, int b, int c, int d);
+        BigDataEvent(EventType type, int eventId, String8 s, int b, int c, int d);
+
+        int32_t eventId;
+        String8 subType;
+        int32_t ext1 = 0;
+        int32_t ext2 = 0;
+        String8 extStr;
+        String8 pkgName;
+        String8 extStr2;
+        String8 param;
+        int32_t para1 = 0;
+        int32_t para2 = 0;
+        int32_t para3 = 0;
+        int32_t para4 = 0;
+
+    private:
+        BigDataEvent(EventType type, int eventId);
+    };
+
+    // The video events: fields in the order of the call's arguments.
+    class VideoBigDataEvent : public LogSrvEvent {
+    public:
+        VideoBigDataEvent(int eventId, String8 str1, String8 str2, String8 str3, String8 str4,
+                          int int1, int int2, int int3);
+
+        int32_t eventId;
+        String8 str1, str2, str3, str4;
+        int32_t int1, int2, int3;
+    };
+
+    class VideoMediaCodecErrorBigDataEvent : public LogSrvEvent {
+    public:
+        VideoMediaCodecErrorBigDataEvent(int eventId, String8 str1, String8 str2, String8 str3,
+                                         String8 str4, String8 str5, int int1);
+
+        int32_t eventId;
+        String8 str1, str2, str3, str4, str5;
+        int32_t int1;
+    };
+
+    class VideoMediaCatonVagueBigDataEvent : public LogSrvEvent {
+    public:
+        VideoMediaCatonVagueBigDataEvent(int eventId, String8 str1, String8 str2, String8 str3,
+                                         String8 str4, String8 str5, String8 str6, int int1);
+
+        int32_t eventId;
+        String8 str1, str2, str3, str4, str5, str6;
+        int32_t int1;
+    };
+
+    // The worker: takes events off a bounded FIFO and dispatches each to the
+    // service, one per pass, with mQueueLock released during the dispatch.
+    // When the queue stays empty for mWriteCheckDuration it queues a
+    // write-check event of its own. Holds the service weakly, so it never
+    // keeps it alive; events queued for a service that is gone are dropped.
+    // SendLogEvent and Exit run on any thread; threadLoop on its own.
+    class LogSendThread : public Thread {
+    public:
+        explicit LogSendThread(const wp<VyMediaMonitorService>& service);
+        ~LogSendThread() override;
+
+        // Queues event, or drops it when mQueueLimit events are waiting.
+        // Never waits for anything but mQueueLock.
+        void SendLogEvent(const sp<LogSrvEvent>& event) EXCLUDES(mQueueLock);
+        // Stops the thread and waits for it to end, unless called on the
+        // thread itself; queued events are not dispatched.
+        void Exit() EXCLUDES(mQueueLock);
+
+    protected:
+        // Reads the properties and starts the thread.
+        void onFirstRef() override;
+        // Names the thread and lowers its priority from inside it, where the
+        // host's thread library would not.
+        status_t readyToRun() override;
+        bool threadLoop() override;
+
+        const int32_t mQueueLimit;
+        Mutex mQueueLock;
+        Condition mQueueCond;  // on the monotonic clock; an event was queued
+        const wp<VyMediaMonitorService> mService;
+        Vector<sp<LogSrvEvent>> mEventQueue GUARDED_BY(mQueueLock);  // FIFO
+        // Set by onFirstRef, before the thread starts.
+        bool mDebuggable;
+        int64_t mWriteCheckDuration;  // nanoseconds
+
+    private:
+        // Waits until an event is queued, or queues a write check after an
+        // idle period; false when an exit is pending instead.
+        bool WaitForEvent() REQUIRES(mQueueLock);
+    };
+
+    VyMediaMonitorService();
+    ~VyMediaMonitorService() override;
+
+    // The remote interface; operations 1 to 3 admit only CheckUid's callers.
+    void ForceLogSend(int type) override;
+    void WriteLogMsg(int prior, int type, const char* msg) override;
+    void WriteMediaBigData(int pid, int type, const char* msg) override;
+    void WriteLogMsg(int eventId, int eventLevel, int subType, const String8& reason,
+                     const String8& callingApp) override;
+    void WriteLogMsg(int eventId, int eventLevel, int subType, const String8& reason,
+                     const String8& callingApp, int paraInt, const String8& paraChar,
+                     int associatedEventId) override;
+    void WriteKpis(const String8& kpis) override;
+    void WriteBigData(int eventId, const char* s1, int i1, int i2) override;
+    void WriteBigData(int eventId, const char* s1, const char* s2, int i1, int i2) override;
+    void WriteBigData(int eventId, const char* s1, const char* s2, int i1) override;
+    void WriteBigData(int eventId, const char* s1, int i1, int i2, int i3) override;
+    void WriteBigData(int eventId, const char* s1, const char* s2, const char* s3) override;
+    void WriteBigData(int eventId, const char* s1, const char* s2, const char* s3,
+                      int i1) override;
+    void WriteBigData(int eventId, const char* s1, int i1, int i2, int i3, int i4) override;
+    void WriteBigData(int eventId, const char* s1, const char* s2, const char* s3,
+                      const char* s4, int i1, int i2, int i3) override;
+    void WriteBigData(int eventId, const char* s1, const char* s2, const char* s3,
+                      const char* s4, const char* s5, int i1) override;
+    void WriteBigData(int eventId, const char* s1, const char* s2, const char* s3,
+                      const char* s4, const char* s5, const char* s6, int i1) override;
+    void MonitorSetForceUse(int usage, int config) override EXCLUDES(mAudioStateLock);
+    void MonitorBroadcastStream(int state, int stream) override EXCLUDES(mAudioStateLock);
+    void MonitorBroadcastDevice(unsigned int device) override EXCLUDES(mAudioStateLock);
+    void MonitorVolumeIndex(int source, int index, int device) override
+            EXCLUDES(mAudioStateLock);
+    void MonitorPlayingApp(const char* app) override EXCLUDES(mAudioStateLock);
+
+    // The service's own operations, called on itself through the virtual
+    // table so that a subclass may replace them.
+    void onFirstRef() override {}
+    // Only 916600009: stores the play-status statistic.
+    virtual void WriteBigData(int eventId, const char* s1, const char* s2, const char* s3,
+                              const char* s4) EXCLUDES(mLock);
+    // The cache senders queue slots; they run inside the short exception
+    // form and the held-slot send, under mLock.
+    virtual void SendVolumeCacheEvent(int stream) REQUIRES(mLock);
+    virtual void SendCacheEvent() REQUIRES(mLock);
+    // Writes the writers' dumps to fd on a debuggable device, to a caller of
+    // uid 1013 or with the dump permission. Always 0.
+    virtual status_t Dump(int fd, const Vector<String16>& args);
+    virtual void GetActiveStream() REQUIRES(mLock) EXCLUDES(mAudioStateLock);
+    virtual void WritePlayingStatus() EXCLUDES(mLock, mAudioStateLock);
+    virtual void SendCacheEventSingle(const sp<BigDataEvent>& event) REQUIRES(mLock);
+
+    // The dump transaction (what dumpsys sends) reaches Dump.
+    status_t dump(int fd, const Vector<String16>& args) override;
+    status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply,
+                        uint32_t flags = 0) override;
+
+    // Start-up and shutdown; the constructor and destructor run them.
+    void Init();
+    void DeInit();
+    void SetupStaticTypeFlags();
+    // Remove a leftover record file whose property is 0.
+    void CheckLogFiles();
+    void CheckBDFlowLogFiles();
+    void CheckBDCountLogFiles();
+
+    // The one way onto the queue; the caller holds mLock so that events
+    // queue in the order the calls took it.
+    void SendLogEventLogSrv(const sp<LogSrvEvent>& event) REQUIRES(mLock);
+    // The periodic flush check of the uploading writers.
+    void DoWriteCheck();
+
+    // Dispatch, on the worker: one event at a time, by its type.
+    void OnSrvEvent(const sp<LogSrvEvent>& event) EXCLUDES(mDispatchLock);
+    void OnSrvEventOther(const sp<LogSrvEvent>& event) REQUIRES(mDispatchLock);
+
+    // The six platform uids of the audio and media services.
+    static bool CheckUid(int uid);
+    // Queues a big-data file message by its type's flag; false when the type
+    // is registered with a flag outside 1 to 3.
+    bool CheckFlagSendLogEventLogSrv(int pid, int type, String8 msg) REQUIRES(mLock);
+
+    // The routes: each makes its writer call when the writer exists.
+    void WriteExceptionLog(const sp<LogSrvEvent>& event);
+    void WriteBDFlowLog(const sp<LogSrvEvent>& event);
+    void WriteBDCountLog(const sp<LogSrvEvent>& event);
+    void WriteBDLogAllToFile();
+    void WriteExceptionString(const sp<LogSrvEvent>& event);
+    void WriteExceptionLong(const sp<LogSrvEvent>& event);
+    void WriteKpisLog(const sp<LogSrvEvent>& event);
+    void WriteBigDataLog(const sp<LogSrvEvent>& event);
+    void WriteBigDataStringLog(const sp<LogSrvEvent>& event);
+    void WriteBigDataOutPutDeviceLog(const sp<LogSrvEvent>& event);
+    void WriteBigDataPkgLog(const sp<LogSrvEvent>& event);
+    void WriteBigDataPkgTypeLog(const sp<LogSrvEvent>& event);
+    void WriteBigDataPlayStatusLog(const sp<LogSrvEvent>& event);
+    void AllWriterDoSendLog();
+    void WriteBigDataPara4RecordingLog(const sp<LogSrvEvent>& event);
+    void WriteBigDataDualBluetoothLog(const sp<LogSrvEvent>& event);
+    void WriteVideoBigData(const sp<LogSrvEvent>& event);
+    void WriteMediaCodecErrorBigData(const sp<LogSrvEvent>& event);
+    void WriteMediaCatonVagueBigData(const sp<LogSrvEvent>& event);
+
+protected:
+    // Audio-state sizes: streams 0..13 have a bit in mActiveStreams, but only
+    // 0..12 a volume slot; volume sources are 1..13.
+    static constexpr int STREAM_VOLUME_SLOTS = 13;
+    static constexpr int PKG_SLOTS = 7;  // ids 916600002 to 916600008
+    static constexpr int USAGE_SLOTS = 2;
+    static constexpr int VOLUME_SOURCES = 13;
+
+    // Constant after Init.
+    sp<MediaMonitorPolicy> mPolicy;
+    sp<LogSendThread> mLogSendThread;
+    sp<MediaExceptionLogWriter> mExceptionLogWriter;
+    sp<MediaBDFlowWriter> mBDFlowWriter;
+    sp<MediaBDCountWriter> mBDCountWriter;
+    sp<MediaExceptionWriter> mExceptionWriter;
+    sp<MediaKpiWriter> mKpiWriter;
+    sp<MediaBigDataWriter> mBigDataWriter;
+    KeyedVector<int32_t, int32_t> mStaticTypeFlags;  // big-data type -> file flag
+    int32_t mRadar;
+    int32_t mBDFlow;
+    int32_t mBDCount;
+    int32_t mException;
+    int32_t mKpi;
+    int32_t mBigData;
+    bool mDebuggable;
+
+    Mutex mLock;
+    Mutex mAudioStateLock;
+    Mutex mDispatchLock;
+
+    // The cache slots: the last statistic of each kind, queued again at
+    // each flush until replaced.
+    sp<BigDataEvent> mStreamVolumeEvents[STREAM_VOLUME_SLOTS] GUARDED_BY(mLock);
+    sp<BigDataEvent> mPkgEvents[PKG_SLOTS] GUARDED_BY(mLock);
+    sp<BigDataEvent> mUsageEvents[USAGE_SLOTS] GUARDED_BY(mLock);
+    sp<BigDataEvent> mPlayStatusEvent GUARDED_BY(mLock);
+    sp<BigDataEvent> mHeldEvent GUARDED_BY(mLock);  // id 916600030, sent on request
+
+    // The audio state.
+    uint32_t mForceUse GUARDED_BY(mAudioStateLock);       // usage 0 high half, usage 1 low
+    uint32_t mActiveStreams GUARDED_BY(mAudioStateLock);  // bit n: stream n active
+    uint32_t mDevice GUARDED_BY(mAudioStateLock);         // output device bits
+    // Character source - 1 is '0' + the last volume index of that source on
+    // device 2 (or 1); thirteen '0' at start.
+    char mVolumeDevice2[VOLUME_SOURCES + 1] GUARDED_BY(mAudioStateLock);
+    char mVolumeDevice1[VOLUME_SOURCES + 1] GUARDED_BY(mAudioStateLock);
+    String8 mPlayingApp GUARDED_BY(mAudioStateLock);
+    String8 mLastFlushedApp GUARDED_BY(mAudioStateLock);  // at the last cache flush
+
+private:
+    // Caller check of operations 1 to 3: false, with the denial line naming
+    // operation, when the calling uid is not admitted.
+    static bool IsCallerAllowed(const char* operation);
+    // A client's C string; null logs the error line and becomes empty.
+    static String8 ToString8(const char* text);
+    // Reads an "ro.media.*" switch: its number, or the default's.
+    static int32_t ReadSwitch(const char* key, const char* defaultValue);
+    // Removes path when its switch is 0; name is the property's last word.
+    void RemoveStaleFile(int32_t value, const char* path, const char* name);
+    // Queues event under mLock.
+    void QueueEvent(const sp<LogSrvEvent>& event) EXCLUDES(mLock);
+};
+
+}  // namespace android
+
+#endif
