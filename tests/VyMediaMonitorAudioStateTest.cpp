@@ -174,7 +174,8 @@ TEST_F(MonitorAudioStateTest, AMuteReportUploadsWithTheAudioStateItHappenedInOnc
     s->MonitorBroadcastDevice(2);
     s->MonitorVolumeIndex(6, 5, 2);
     report(901, "MUTE");
-    Lines lines = events.WaitFor([](const Lines& l) { return HasEvent(l, 901); });
+    // The big-data writer uploads last.
+    Lines lines = events.WaitFor([](const Lines& l) { return HasEvent(l, 916600009); });
     EXPECT_TRUE(HasEvent(lines, 901));
     EXPECT_EQ(CountContaining(lines, R"("name":"Reason","str":"MUTE:1")"), 1u);
     EXPECT_EQ(CountContaining(lines, R"({"id":916600009,)"), 1u);
