@@ -164,7 +164,7 @@ bool HasEvent(const Lines& lines, int id) {
 
 TEST_F(MonitorAudioStateTest, AMuteReportUploadsWithTheAudioStateItHappenedInOncePerApp) {
     EventLog events;
-    sp<VyMediaMonitorService> s = new VyMediaMonitorService;
+    sp<LiveMonitorService> s = new LiveMonitorService;
     const auto report = [&s](int eventId, const char* reason) {
         s->WriteLogMsg(eventId, 1, 1, String8(reason), String8("AudioTrack"));
         ActAs(1013);
@@ -190,12 +190,13 @@ TEST_F(MonitorAudioStateTest, AMuteReportUploadsWithTheAudioStateItHappenedInOnc
     lines = events.WaitFor([](const Lines& l) { return HasEvent(l, 902); });
     EXPECT_TRUE(HasEvent(lines, 902));
     EXPECT_EQ(CountContaining(lines, "{\"id\":901,"), 1u);
+    s->StopWorker();
 }
 
 TEST_F(MonitorAudioStateTest, ClientThreadsCallingAtOnceLeaveTheWorkerServing) {
     ScopedProperty debuggable("ro.media.debuggable", "true");  // dumps too
     EventLog events;
-    sp<VyMediaMonitorService> s = new VyMediaMonitorService;
+    sp<LiveMonitorService> s = new LiveMonitorService;
     std::vector<std::future<void>> clients;
     for (int t = 0; t < 4; ++t) {
         clients.push_back(std::async(std::launch::async, [&s, t] {
@@ -230,6 +231,7 @@ TEST_F(MonitorAudioStateTest, ClientThreadsCallingAtOnceLeaveTheWorkerServing) {
         uploaded = served(events.WaitFor(served, std::chrono::milliseconds(200)));
     }
     EXPECT_TRUE(uploaded);
+    s->StopWorker();
 }
 
 }  // namespace

@@ -80,7 +80,7 @@ TEST_F(MonitorRemoteTest, ARefusedUidIsNamedByItsKernelIdentityAndQueuesNothingC
 
 TEST_F(MonitorRemoteTest, TheMediaUidsForcedSendUploadsWhatTheExceptionWriterHolds) {
     EventLog events;
-    sp<VyMediaMonitorService> service = new VyMediaMonitorService;
+    sp<LiveMonitorService> service = new LiveMonitorService;
     service->WriteLogMsg(901, 1, 0, String8("held"), String8("app"));
     RunClient(service, 1013);
     const auto uploaded = [](const std::vector<std::string>& lines) {
@@ -93,6 +93,7 @@ TEST_F(MonitorRemoteTest, TheMediaUidsForcedSendUploadsWhatTheExceptionWriterHol
     };
     EXPECT_TRUE(uploaded(events.WaitFor(uploaded)));
     EXPECT_EQ(mLog.CountContaining("Vymedia_monitor", "Permission Denial"), 0u);
+    service->StopWorker();
 }
 
 }  // namespace
