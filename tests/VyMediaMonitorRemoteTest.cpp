@@ -1,6 +1,5 @@
 // The service behind the host transport, called by the client program run
 // as another uid: the caller check sees the kernel's identity of the caller.
-#include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -8,10 +7,9 @@
 #include <vector>
 
 #include <android/log.h>
-#include <binder/IServiceManager.h>
-#include <binder/ProcessState.h>
 #include <gtest/gtest.h>
 
+#include "support/ClientProcess.h"
 #include "support/LogCapture.h"
 #include "support/MonitorHarness.h"
 #include "support/TestEnv.h"
@@ -31,27 +29,13 @@ protected:
         }
     }
 
-    // Publishes service, runs the client program as uid (it calls every
-    // operation) and returns the client's pid once it has ended.
+    // Runs the client program (it calls every operation) as uid against
+    // service; its pid once it has ended.
     pid_t RunClient(const sp<IBinder>& service, uid_t uid) {
-        const std::string command = std::string("timeout 30 ") + BINDER_TEST_CLIENT + " " +
-                                    kName + " " + std::to_string(uid);
-        // Started first: its getService waits for the service to appear.
-        FILE* client = popen(command.c_str(), "re");
-        EXPECT_NE(client, nullptr);
-        if (client == nullptr) {
-            return -1;
-        }
-        EXPECT_EQ(defaultServiceManager()->addService(String16(kName), service), NO_ERROR);
-        ProcessState::self()->startThreadPool();
-        std::string output;
-        char buffer[4096];
-        for (size_t n; (n = fread(buffer, 1, sizeof(buffer), client)) > 0;) {
-            output.append(buffer, n);
-        }
-        EXPECT_EQ(pclose(client), 0) << output;
-        ProcessState::self()->stopThreadPool();
-        return atoi(output.c_str());
+        const ClientRun run =
+                RunClientProcess(BINDER_TEST_CLIENT, kName, std::to_string(uid), service);
+        EXPECT_EQ(run.status, 0) << run.output;
+        return atoi(run.output.c_str());
     }
 
     ScopedBinderDir mBinderDir;
