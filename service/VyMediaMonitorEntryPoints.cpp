@@ -28,22 +28,12 @@ static_assert(AID_MEDIA_CODEC - kFirstAllowedUid < kAllowedUidSpan);
 
 // A plain log message of this type goes straight to the exception log writer.
 constexpr int kDirectLogType = 9;
-// Unregistered big-data file types with a bad flag go by range: from the
-// first flow type to the first count type to the flow file, above to the count
-// file, below nowhere.
+// A big-data file type with a bad flag goes by its range: to the flow file
+// from the first flow type, to the count file from the first count type.
 constexpr int kFirstFlowType = 10000;
 constexpr int kFirstCountType = 20000;
 
-const char* const kAudioLossReasons[] = {"MUTE", "LOW"};
-
-bool IsAudioLossReport(const String8& reason) {
-    for (const char* lossReason : kAudioLossReasons) {
-        if (reason == lossReason) {
-            return true;
-        }
-    }
-    return false;
-}
+bool IsAudioLossReport(const String8& reason) { return reason == "MUTE" || reason == "LOW"; }
 
 // Whether a "MUTE" or "LOW" report fits the audio state: an output device is
 // selected, and a "MUTE" of a non-zero sub-type still has the volume of
