@@ -3,6 +3,8 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
 
 #include <android/log.h>
@@ -10,7 +12,12 @@
 namespace {
 
 std::mutex gMutex;
+std::condition_variable gAdded;
 std::vector<LogLine> gLines;  // guarded by gMutex
+
+bool Matches(const LogLine& line, const std::string& tag, const std::string& text) {
+    return line.tag == tag && line.message.find(text) != std::string::npos;
+}
 
 void CaptureLine(const struct __android_logger_data* data, const char* message) {
     {
@@ -18,6 +25,7 @@ void CaptureLine(const struct __android_logger_data* data, const char* message) 
         gLines.push_back({data->priority, data->tag != nullptr ? data->tag : "",
                           message != nullptr ? message : ""});
     }
+    gAdded.notify_all();
     // VYMM_TEST_LOG=1 echoes the lines, for reading a failing test.
     if (getenv("VYMM_TEST_LOG") != nullptr) {
         __android_log_stderr_logger(data, message);
@@ -48,9 +56,21 @@ size_t LogCapture::Count(int priority, const std::string& tag, const std::string
 size_t LogCapture::CountContaining(const std::string& tag, const std::string& text) const {
     size_t count = 0;
     for (const LogLine& line : Lines()) {
-        count += line.tag == tag && line.message.find(text) != std::string::npos;
+        count += Matches(line, tag, text);
     }
     return count;
+}
+
+bool LogCapture::WaitForContaining(const std::string& tag, const std::string& text) const {
+    std::unique_lock<std::mutex> lock(gMutex);
+    return gAdded.wait_for(lock, std::chrono::seconds(20), [&] {
+        for (const LogLine& line : gLines) {
+            if (Matches(line, tag, text)) {
+                return true;
+            }
+        }
+        return false;
+    });
 }
 
 void LogCapture::Clear() {

@@ -25,6 +25,8 @@ public:
     }
     // Lines of this tag whose message contains text.
     size_t CountContaining(const std::string& tag, const std::string& text) const;
+    // Waits until a line of this tag contains text; false after 20 s.
+    bool WaitForContaining(const std::string& tag, const std::string& text) const;
     void Clear();
     // All captured lines, one per line, for failure messages.
     std::string ToString() const;
