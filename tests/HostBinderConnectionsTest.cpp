@@ -19,21 +19,28 @@ namespace {
 // Each client keeps the connections of a burst of 4 calls idle.
 constexpr int kIdleClients = BinderPool::MAX_CONNECTIONS / 4;
 
-using Peers = std::vector<std::unique_ptr<PeerProcess>>;
-
-Peers StartPeers(int count) {
-    Peers peers;
-    for (int i = 0; i < count; ++i) {
-        peers.push_back(std::make_unique<PeerProcess>());
+// Peers started at once; at the end, all are told to end before any is
+// waited for.
+struct Peers {
+    explicit Peers(int count) {
+        for (int i = 0; i < count; ++i) {
+            all.push_back(std::make_unique<PeerProcess>());
+        }
     }
-    return peers;
-}
+    ~Peers() {
+        for (const std::unique_ptr<PeerProcess>& peer : all) {
+            peer->CloseInput();
+        }
+    }
+
+    std::vector<std::unique_ptr<PeerProcess>> all;
+};
 
 using BinderConnectionsTest = EchoServiceTest;
 
 TEST_F(BinderConnectionsTest, IdleClientsDoNotLockOutANewOne) {
-    const Peers idle = StartPeers(kIdleClients);
-    for (const std::unique_ptr<PeerProcess>& peer : idle) {
+    const Peers idle(kIdleClients);
+    for (const std::unique_ptr<PeerProcess>& peer : idle.all) {
         ASSERT_EQ(peer->Ask("get echo"), "ok");
         // Four calls at the gate at once hold four connections.
         mEcho->SetOpen(false);
@@ -46,7 +53,7 @@ TEST_F(BinderConnectionsTest, IdleClientsDoNotLockOutANewOne) {
     EXPECT_EQ(late.Ask("get echo"), "ok");
     EXPECT_EQ(late.Calls(4).answered, 4);
     // Those whose idle connections made room call on as before.
-    for (const std::unique_ptr<PeerProcess>& peer : idle) {
+    for (const std::unique_ptr<PeerProcess>& peer : idle.all) {
         EXPECT_EQ(peer->Calls(4).answered, 4);
     }
 }
@@ -71,15 +78,15 @@ TEST_F(BinderConnectionsTest, ConnectCloseLoopLocksNobodyOut) {
         ASSERT_EQ(hostile.Ask("uid 1047"), "ok");
     }
     ASSERT_EQ(hostile.Ask("churn echo"), "ok");
-    const Peers clients = StartPeers(8);
-    for (const std::unique_ptr<PeerProcess>& client : clients) {
+    const Peers clients(8);
+    for (const std::unique_ptr<PeerProcess>& client : clients.all) {
         client->Send("get echo");
     }
-    for (const std::unique_ptr<PeerProcess>& client : clients) {
+    for (const std::unique_ptr<PeerProcess>& client : clients.all) {
         EXPECT_EQ(client->Answer(), "ok");
         client->Send("calls 4");
     }
-    for (const std::unique_ptr<PeerProcess>& client : clients) {
+    for (const std::unique_ptr<PeerProcess>& client : clients.all) {
         EXPECT_EQ(PeerProcess::ParseCalls(client->Answer()).answered, 4);
     }
     EXPECT_GE(std::stoi(hostile.Ask("stop")), 100);

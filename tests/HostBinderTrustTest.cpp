@@ -158,7 +158,10 @@ TEST(RuntimeFolderTest, DefaultFolderUnderTmpServesOtherProcesses) {
     }
     const std::string name = "vymm-test-" + std::to_string(getpid());
     const sp<IServiceManager> sm = defaultServiceManager();
-    ASSERT_EQ(sm->addService(String16(name.c_str()), new EchoBinder), NO_ERROR);
+    // Kept until the pool's threads are joined: the thread sanitizer cannot
+    // see the platform's reference counts order its release after theirs.
+    const sp<EchoBinder> echo = new EchoBinder;
+    ASSERT_EQ(sm->addService(String16(name.c_str()), echo), NO_ERROR);
     ProcessState::self()->startThreadPool();
     PeerProcess client;
     EXPECT_EQ(client.Ask("get " + name), "ok");

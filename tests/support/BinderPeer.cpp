@@ -43,12 +43,19 @@ PeerProcess::PeerProcess(int inheritFd) {
 }
 
 PeerProcess::~PeerProcess() {
-    close(mIn);
+    CloseInput();
     for (std::string line = ReadLine(); line != "eof" && line != "timeout"; line = ReadLine()) {
     }
     close(mOut);
     kill(mPid, SIGKILL);  // in case it did not end
     waitpid(mPid, nullptr, 0);
+}
+
+void PeerProcess::CloseInput() {
+    if (mIn >= 0) {
+        close(mIn);
+        mIn = -1;
+    }
 }
 
 void PeerProcess::Send(const std::string& command) {

@@ -157,6 +157,8 @@ public:
     PeerProcess& operator=(const PeerProcess&) = delete;
 
     pid_t pid() const { return mPid; }
+    // Ends its input: the peer ends once it has done what it was told.
+    void CloseInput();
     void Send(const std::string& command);
     // The next answer; "timeout" or "eof" when none comes.
     std::string Answer();
