@@ -86,7 +86,7 @@ private:
         pid_t pid;
         uid_t uid;
         FrameReader reader{MAX_FRAME_FDS};
-        uint64_t lastUsed = 0;     // the poll thread's round of its last request
+        uint64_t lastUsed = 0;     // the poll thread's round of its accept or last request
         std::vector<uint8_t> out;  // reply bytes not yet sent
         size_t outSent = 0;
         bool busy = false;     // holds a call; read and written under mLock
@@ -121,8 +121,8 @@ private:
     const base::unique_fd mWakeFd;
 
     Mutex mLock;
-    Condition mWorkCond;  // a request was queued, or the pool is stopping
-    Condition mLeftCond;  // a joined thread left the pool
+    Condition mWorkCond;     // a request was queued, or the pool is stopping
+    Condition mLeftCond;     // a joined thread left the pool
     Condition mStoppedCond;  // a Stop() finished
     size_t mMaxThreads GUARDED_BY(mLock);
     bool mExit GUARDED_BY(mLock);  // a Stop() is in progress
