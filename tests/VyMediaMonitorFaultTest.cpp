@@ -10,7 +10,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -53,20 +52,10 @@ std::string ReadFile(const char* path) {
     return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
-// Lines of the event log that upload event id.
-std::vector<std::string> Uploads(const std::vector<std::string>& lines, int eventId) {
-    const std::string head = "{\"id\":" + std::to_string(eventId) + ",";
-    std::vector<std::string> uploads;
-    std::copy_if(lines.begin(), lines.end(), std::back_inserter(uploads),
-                 [&](const std::string& line) { return line.rfind(head, 0) == 0; });
-    return uploads;
-}
-
-// The exception writer's uploads of event id report calls in all.
-bool CountIs(const std::vector<std::string>& uploads, int calls) {
-    return uploads.size() == 1 &&
-           uploads[0].find("{\"name\":\"Count\",\"int\":" + std::to_string(calls) + "}") !=
-                   std::string::npos;
+// The exception writer sent one event of eventId, for calls in all.
+bool UploadedOnce(const std::vector<std::string>& lines, int eventId, long calls) {
+    const std::vector<std::string> uploads = UploadsOf(lines, eventId);
+    return uploads.size() == 1 && IntParam(uploads[0], "Count") == calls;
 }
 
 class ServiceFaultTest : public ServiceFixture {
@@ -111,9 +100,9 @@ TEST_F(ReportingLibraryAbsent, CallsAreServedAndNothingIsUploaded) {
 
 TEST_F(ReportingLibraryLacking, UploadsGoOutWithoutTheMissingEntryPoint) {
     const std::vector<std::string> events = UploadThroughTheLibrary();
-    EXPECT_TRUE(CountIs(Uploads(events, 901), 1)) << events.size();
-    EXPECT_TRUE(CountIs(Uploads(events, 902), 1));
-    EXPECT_TRUE(CountIs(Uploads(events, 903), 400));
+    EXPECT_TRUE(UploadedOnce(events, 901, 1)) << events.size();
+    EXPECT_TRUE(UploadedOnce(events, 902, 1));
+    EXPECT_TRUE(UploadedOnce(events, 903, 400));
 }
 
 // Each send takes 50 ms: the callers queue while the worker uploads.
@@ -121,9 +110,9 @@ TEST_F(ServiceFaultTest, ASlowReportingLibraryLosesNothing) {
     setenv("VEXEL_SEND_DELAY_US", "50000", 1);
     const std::vector<std::string> events = UploadThroughTheLibrary();
     unsetenv("VEXEL_SEND_DELAY_US");
-    EXPECT_TRUE(CountIs(Uploads(events, 901), 1));
-    EXPECT_TRUE(CountIs(Uploads(events, 902), 1));
-    EXPECT_TRUE(CountIs(Uploads(events, 903), 400));
+    EXPECT_TRUE(UploadedOnce(events, 901, 1));
+    EXPECT_TRUE(UploadedOnce(events, 902, 1));
+    EXPECT_TRUE(UploadedOnce(events, 903, 400));
 }
 
 // A removed record file takes no more records until an upload makes it anew;
@@ -173,7 +162,7 @@ TEST_F(ServiceFaultTest, FileWritersCarryOnWhenTheirFileOrFolderIsRemoved) {
 }
 
 // Its dump waits, with a deadline, until the test lets it go on.
-class StallingService : public LiveMonitorService {
+class StallingService : public ServiceProbe {
 public:
     std::promise<void> entered;
     std::promise<void> release;
@@ -183,7 +172,7 @@ public:
             entered.set_value();
             release.get_future().wait_for(kDeadline);
         }
-        return LiveMonitorService::Dump(fd, args);
+        return ServiceProbe::Dump(fd, args);
     }
 
 private:
@@ -194,7 +183,7 @@ private:
 // held before the first one.
 class ServedServiceTest : public PublishedServiceFixture {
 protected:
-    template <typename Probe = LiveMonitorService>
+    template <typename Probe = ServiceProbe>
     Probe& Serve() {
         Probe& probe = Publish<Probe>();
         ProcessState::self()->startThreadPool();

@@ -104,6 +104,7 @@ protected:
 
 // A call the service keeps either reached its writer or was dropped at the
 // full queue with a line that says so; a refused one left a denial line.
+// What the writers hold at the end goes out at shutdown.
 TEST_F(MonitorLoadTest, EveryKeptCallOfEightBusyClientsIsAccountedFor) {
     Publish();
     const size_t threads = CountThreads();
@@ -156,6 +157,14 @@ TEST_F(MonitorLoadTest, EveryKeptCallOfEightBusyClientsIsAccountedFor) {
               expected.refusedFileMessages);
     EXPECT_EQ(static_cast<long>(mLog.CountContaining(kTag, "can't WriteLogMsg")),
               expected.refusedLogMessages);
+
+    // Shutdown uploads the exceptions the writer holds, one event a sub-type.
+    Withdraw();
+    long uploaded = 0;
+    for (const std::string& line : UploadsOf(mEvents.Lines(), kLoadExceptionId)) {
+        uploaded += IntParam(line, "Count");
+    }
+    EXPECT_EQ(uploaded, reported);
     if (geteuid() != 0) {
         GTEST_SKIP() << "calls from other uids need root";
     }

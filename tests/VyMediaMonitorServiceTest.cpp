@@ -5,7 +5,6 @@
 #include <stdlib.h>
 #include <sys/resource.h>
 
-#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -412,11 +411,7 @@ TEST_F(ServiceTest, StartStopCyclesNeverHangLeakOrLoseWhatTheWritersHold) {
     EXPECT_EQ(CountOpenFiles(), fds);
     const std::vector<std::string> events = mEvents.Lines();
     for (int cycle = 0; cycle < kCycles; ++cycle) {
-        const std::string id = "{\"id\":" + std::to_string(kFirstId + cycle) + ",";
-        EXPECT_EQ(std::count_if(events.begin(), events.end(),
-                                [&](const std::string& line) { return line.rfind(id, 0) == 0; }),
-                  1)
-                << cycle;
+        EXPECT_EQ(UploadsOf(events, kFirstId + cycle).size(), 1u) << cycle;
     }
 }
 

@@ -11,7 +11,6 @@
 
 #include "service/VyMediaMonitorService.h"
 #include "support/HeldQueue.h"
-#include "support/ServiceProbe.h"
 
 // Makes this thread's calls come from uid and pid.
 void ActAs(uid_t uid, pid_t pid = 4321);
@@ -23,8 +22,8 @@ std::string Describe(const android::sp<android::VyMediaMonitorService::LogSrvEve
 
 // A service with its worker, which the test stops before it lets go of the
 // service: shutdown then runs on the test's thread, and no worker outlives
-// the test, even when the service itself does (published, say).
-class LiveMonitorService : public ServiceProbe {
+// the test.
+class LiveMonitorService : public android::VyMediaMonitorService {
 public:
     // Ends the worker after the event it is dispatching.
     void StopWorker();

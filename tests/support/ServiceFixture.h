@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include "support/LogCapture.h"
-#include "support/MonitorHarness.h"
 #include "support/ServiceProbe.h"
 #include "support/TestEnv.h"
 #include "support/WriterOutput.h"
@@ -41,32 +40,30 @@ protected:
 };
 
 // The service published for client processes under its name, in a runtime
-// folder of the test's own. The service manager keeps the service for the
-// rest of the process; the thread pool and the worker end with the test.
+// folder of the test's own; withdrawn at the end, it then ends like any other.
 class PublishedServiceFixture : public ServiceFixture {
 protected:
     static constexpr char kServiceName[] = "Vymedia.monitor";
 
-    template <typename Probe = LiveMonitorService>
+    void TearDown() override { Withdraw(); }
+
+    template <typename Probe = ServiceProbe>
     Probe& Publish() {
         Probe& probe = Start<Probe>();
-        mPublished = &probe;
         EXPECT_EQ(android::defaultServiceManager()->addService(android::String16(kServiceName),
                                                                 mService),
                   android::NO_ERROR);
         return probe;
     }
 
-    void TearDown() override {
+    // Stops serving, withdraws the service and lets it go.
+    void Withdraw() {
         android::ProcessState::self()->stopThreadPool();
-        if (mPublished != nullptr) {
-            mPublished->StopWorker();
-        }
-        ServiceFixture::TearDown();
+        android::defaultServiceManager()->removeService(android::String16(kServiceName));
+        Stop();
     }
 
     ScopedBinderDir mBinderDir;
-    LiveMonitorService* mPublished = nullptr;
 };
 
 #endif
