@@ -13,10 +13,9 @@
 //                    operations, or inside mLock.
 //   a writer's mutex taken by the writers' own entry points.
 //   mQueueLock       the send thread's queue; never held with a writer's mutex.
-// mDispatchLock serialises dispatch on the worker (and shutdown's last sends).
+// mDispatchLock serialises dispatch on the worker, before a writer's mutex.
 // It is never held together with mLock: a writer that uploads for seconds
-// keeps only mDispatchLock, so the entry points that need mLock go on
-// queueing meanwhile.
+// keeps only mDispatchLock, so the entry points go on queueing meanwhile.
 //
 // The writers, the policy and the thread are set by Init (in the constructor,
 // before the service can be reached) and released by DeInit (in the
@@ -25,6 +24,9 @@
 #define VYMM_SERVICE_VY_MEDIA_MONITOR_SERVICE_H
 
 #include <stdint.h>
+#include <sys/types.h>
+
+#include <atomic>
 
 #include <IVyMediaMonitorService.h>
 #include <utils/Condition.h>
@@ -223,6 +225,10 @@ public:
         // Waits until an event is queued, or queues a write check after an
         // idle period; false when an exit is pending instead.
         bool WaitForEvent() REQUIRES(mQueueLock);
+
+        // The thread's kernel id, set by the thread itself: Exit must not
+        // wait for the thread it runs on.
+        std::atomic<pid_t> mThreadTid{-1};
     };
 
     VyMediaMonitorService();
@@ -382,8 +388,8 @@ private:
     static bool IsCallerAllowed(const char* operation);
     // A client's C string; null logs the error line and becomes empty.
     static String8 ToString8(const char* text);
-    // Reads an "ro.media.*" switch: its number, or the default's.
-    static int32_t ReadSwitch(const char* key, const char* defaultValue);
+    // Each writer whose switch is 1, in their fixed order.
+    void CreateWriters();
     // Removes path when its switch is 0; name is the property's last word.
     void RemoveStaleFile(int32_t value, const char* path, const char* name);
     // Queues event under mLock.

@@ -1,0 +1,128 @@
+// The worker thread and its queue: the only way from a Binder thread to a
+// writer.
+#define LOG_TAG "Vymedia_monitor"
+
+#include "service/VyMediaMonitorService.h"
+
+#include <errno.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <log/log.h>
+#include <utils/ThreadDefs.h>
+#include <utils/Timers.h>
+
+#include "service/ServiceProperties.h"
+
+namespace android {
+
+namespace {
+
+constexpr int32_t kQueueLimit = 512;
+constexpr char kThreadName[] = "mediaLogSend";
+constexpr int64_t kDefaultWriteCheckSeconds = 3600;
+
+}  // namespace
+
+using Service = VyMediaMonitorService;
+
+Service::LogSendThread::LogSendThread(const wp<VyMediaMonitorService>& service)
+    : Thread(true),
+      mQueueLimit(kQueueLimit),
+      mService(service),
+      mDebuggable(false),
+      mWriteCheckDuration(0) {}
+
+Service::LogSendThread::~LogSendThread() {
+    Mutex::Autolock lock(mQueueLock);
+    mEventQueue.clear();
+}
+
+void Service::LogSendThread::onFirstRef() {
+    mDebuggable = ReadDebuggable();
+    mWriteCheckDuration = seconds_to_nanoseconds(kDefaultWriteCheckSeconds);
+    const int32_t seconds = ReadIntProperty("ro.media.checkduration", "-1");
+    if (seconds >= 1) {
+        mWriteCheckDuration = seconds_to_nanoseconds(static_cast<uint32_t>(seconds));
+    }
+    if (mDebuggable) {
+        ALOGD("LogSendThread mWriteCheckDuration = %dS",
+              static_cast<int>(nanoseconds_to_seconds(mWriteCheckDuration)));
+    }
+    run(kThreadName, PRIORITY_BACKGROUND, 0);
+}
+
+status_t Service::LogSendThread::readyToRun() {
+    mThreadTid = gettid();
+    prctl(PR_SET_NAME, kThreadName);
+    setpriority(PRIO_PROCESS, gettid(), PRIORITY_BACKGROUND);
+    return NO_ERROR;
+}
+
+void Service::LogSendThread::SendLogEvent(const sp<LogSrvEvent>& event) {
+    Mutex::Autolock lock(mQueueLock);
+    if (mEventQueue.size() < static_cast<size_t>(mQueueLimit)) {
+        mEventQueue.push_back(event);
+        mQueueCond.signal();
+    } else if (mDebuggable) {
+        ALOGE("eventQueue full: too many events blocked!");
+    }
+}
+
+void Service::LogSendThread::Exit() {
+    {
+        Mutex::Autolock lock(mQueueLock);
+        requestExit();
+        mQueueCond.broadcast();
+    }
+    // Not under mQueueLock: the thread needs it to leave its timed wait.
+    if (gettid() != mThreadTid) {
+        requestExitAndWait();
+    }
+}
+
+bool Service::LogSendThread::threadLoop() {
+    while (!exitPending()) {
+        sp<LogSrvEvent> event;
+        {
+            Mutex::Autolock lock(mQueueLock);
+            if (!WaitForEvent()) {
+                break;
+            }
+            event = mEventQueue[0];
+            mEventQueue.removeAt(0);
+        }
+        // Dropping the last reference here may destroy the service on this
+        // thread; its shutdown then stops this loop without waiting for it.
+        const sp<VyMediaMonitorService> service = mService.promote();
+        if (service != nullptr) {
+            service->OnSrvEvent(event);
+        }
+    }
+    return false;
+}
+
+bool Service::LogSendThread::WaitForEvent() {
+    while (mEventQueue.isEmpty()) {
+        if (exitPending()) {
+            return false;
+        }
+        // The idle period counts from the last wake-up.
+        const status_t result = mQueueCond.waitRelative(mQueueLock, mWriteCheckDuration);
+        if (result == -ETIMEDOUT && mEventQueue.isEmpty()) {
+            mEventQueue.push_back(new LogSrvEvent(EVENT_WRITE_CHECK, -1, -1, String8(), false));
+        }
+    }
+    return !exitPending();
+}
+
+void Service::SendLogEventLogSrv(const sp<LogSrvEvent>& event) {
+    if (mLogSendThread != nullptr && event != nullptr) {
+        mLogSendThread->SendLogEvent(event);
+    } else if (mDebuggable) {
+        ALOGE("SendLogEventLogSrv error");
+    }
+}
+
+}  // namespace android
