@@ -123,7 +123,8 @@ int Events(const std::vector<std::string>& words) {
     std::ifstream in(name);
     if (!in) {
         if (errno == ENOENT) {
-            printf("no events recorded: %s does not exist\n", name.c_str());
+            fprintf(stderr, "vymm events: no events recorded: %s does not exist\n",
+                    name.c_str());
             return EXIT_OK;
         }
         fprintf(stderr, "vymm events: cannot read %s: %s\n", name.c_str(), strerror(errno));

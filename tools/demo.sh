@@ -1,0 +1,59 @@
+#!/bin/sh
+# make demo: runs the service on this machine in a fresh folder, replays the
+# example trace into it, forces a send and prints what it recorded and
+# uploaded, then stops it and prints its shutdown uploads.
+# Usage: tools/demo.sh BUILD_DIR (built with the tools and the host libvexel.so).
+set -eu
+src=$(cd "$(dirname "$0")/.." && pwd)
+build=$(cd "${1:-build}" && pwd)
+vymm=$build/host/vymm
+
+dir=$(mktemp -d "${TMPDIR:-/tmp}/vymm-demo-XXXXXX")
+# The calls made as other uids must reach the runtime folder inside.
+chmod 755 "$dir"
+export HOST_BINDER_DIR="$dir/binder"
+export VEXEL_EVENT_LOG="$dir/events.jsonl"
+export LD_LIBRARY_PATH="$build/vexel${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}"
+
+skip=""
+note=""
+if [ "$(id -u)" != 0 ]; then
+    skip=--skip-as
+    note="Not run as root: the calls made 'as' another uid (operations 1 to 3 and the forced send) were skipped."
+fi
+
+section() { printf '\n==== %s ====\n' "$1"; }
+
+"$build/host/vymm-host" --root "$dir" --props "$src/examples/demo.prop" >"$dir/host.log" 2>&1 &
+host=$!
+trap 'kill "$host" 2>/dev/null || true' EXIT
+
+section "replaying examples/demo.trace"
+"$vymm" --wait 10000 replay $skip "$src/examples/demo.trace"
+printf 'as 1013\nForceLogSend i32 0\n' >"$dir/force-send.trace"
+"$vymm" replay $skip "$dir/force-send.trace"
+echo "done; a send was forced (ForceLogSend as uid 1013)"
+
+section "vymm dump"
+"$vymm" dump
+section "vymm events (uploaded so far)"
+"$vymm" events
+before=$("$vymm" events | wc -l)
+for file in mediaBDflow.log mediaBDcont.log; do
+    section "data/log/$file"
+    cat "$dir/data/log/$file"
+done
+
+section "SIGTERM: the shutdown uploads"
+kill -TERM "$host"
+wait "$host"
+trap - EXIT
+if [ "$("$vymm" events | wc -l)" -gt "$before" ]; then
+    "$vymm" events | tail -n "+$((before + 1))"
+fi
+
+section "the demo's folder"
+echo "$dir: host.log (the service's log), events.jsonl (uploads), data/log (records)"
+if [ -n "$note" ]; then
+    echo "$note"
+fi
