@@ -1,0 +1,197 @@
+// vymm-host and vymm as a user runs them: a host in a temporary root with
+// its own runtime folder, a trace replayed into it, its dump, SIGTERM, and
+// what it recorded and uploaded. Every wait has a deadline.
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/TestEnv.h"
+#include "tools/EventLog.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr auto kDeadline = std::chrono::seconds(60);
+
+int MillisLeft(Clock::time_point deadline) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    return left.count() > 0 ? static_cast<int>(left.count()) : 0;
+}
+
+// A program run with its standard output and error on one pipe; killed if
+// the test leaves it running.
+class Process {
+public:
+    explicit Process(std::vector<std::string> argv) : mDeadline(Clock::now() + kDeadline) {
+        int fds[2];
+        if (pipe2(fds, O_CLOEXEC) != 0) {
+            return;
+        }
+        mPid = fork();
+        if (mPid == 0) {
+            dup2(fds[1], STDOUT_FILENO);
+            dup2(fds[1], STDERR_FILENO);
+            std::vector<char*> args;
+            for (std::string& arg : argv) {
+                args.push_back(arg.data());
+            }
+            args.push_back(nullptr);
+            execv(args[0], args.data());
+            _exit(127);
+        }
+        close(fds[1]);
+        mOut = fds[0];
+        mPidFd = static_cast<int>(syscall(SYS_pidfd_open, mPid, 0));
+    }
+
+    ~Process() {
+        if (mPid > 0 && !mReaped) {
+            kill(mPid, SIGKILL);
+            waitpid(mPid, nullptr, 0);
+        }
+        close(mOut);
+        close(mPidFd);
+    }
+
+    pid_t pid() const { return mPid; }
+    const std::string& output() const { return mOutput; }
+
+    // Reads until the output holds text, the pipe closes or the deadline.
+    bool WaitForOutput(const std::string& text) {
+        while (mOutput.find(text) == std::string::npos) {
+            if (!ReadSome()) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    // The exit status once the process ended, or -1 at the deadline.
+    int Wait() {
+        while (ReadSome()) {
+        }
+        pollfd exited = {mPidFd, POLLIN, 0};
+        int status = 0;
+        if (poll(&exited, 1, MillisLeft(mDeadline)) != 1 || waitpid(mPid, &status, 0) != mPid) {
+            return -1;
+        }
+        mReaped = true;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+
+private:
+    // False at the end of the output or at the deadline.
+    bool ReadSome() {
+        pollfd readable = {mOut, POLLIN, 0};
+        char buffer[4096];
+        if (poll(&readable, 1, MillisLeft(mDeadline)) != 1) {
+            return false;
+        }
+        const ssize_t n = read(mOut, buffer, sizeof(buffer));
+        if (n <= 0) {
+            return false;
+        }
+        mOutput.append(buffer, static_cast<size_t>(n));
+        return true;
+    }
+
+    const Clock::time_point mDeadline;
+    pid_t mPid = -1;
+    int mOut = -1;
+    int mPidFd = -1;
+    bool mReaped = false;
+    std::string mOutput;
+};
+
+// Runs a tool to its end: "status|output".
+std::string RunTool(std::vector<std::string> argv) {
+    Process process(std::move(argv));
+    const int status = process.Wait();
+    return std::to_string(status) + "|" + process.output();
+}
+
+void WriteFile(const std::string& path, const std::string& text) {
+    std::ofstream(path) << text;
+}
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+std::vector<std::string> Events(const std::string& path) {
+    std::vector<std::string> events;
+    std::istringstream lines(ReadFile(path));
+    std::string line;
+    std::string text;
+    while (std::getline(lines, line)) {
+        EXPECT_TRUE(vymm::FormatEvent(line, &text)) << line;
+        events.push_back(text);
+    }
+    return events;
+}
+
+bool Contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {
+    TempWorkDir root;
+    ScopedBinderDir binderDir;
+    const std::string events = root.path() + "/events.jsonl";
+    setenv("VEXEL_EVENT_LOG", events.c_str(), 1);
+    const bool isRoot = geteuid() == 0;
+    WriteFile("test.prop", "ro.media.debuggable=true\nro.media.bdflow=1\nro.media.bdcount=1\n");
+    WriteFile("test.trace",
+              "MonitorPlayingApp s8 com.test.music\n"
+              "WriteBigData i32 916600038 s8 new.pkg s8 old.pkg s8 x\n"
+              "as 1013\n"
+              "WriteMediaBigData i32 77 i32 10000 s8 \"flow record\"\n"
+              "WriteMediaBigData i32 77 i32 20000 null\n");
+
+    Process host({VYMM_HOST, "--root", root.path(), "--props", "test.prop", "-p",
+                  "ro.media.bdcount=0", "-p", "ro.media.bdcount=1"});
+    ASSERT_TRUE(host.WaitForOutput("vymm-host: serving Vymedia.monitor")) << host.output();
+    const std::string second = RunTool({VYMM_HOST, "--root", root.path()});
+    EXPECT_EQ(second.rfind("1|", 0), 0u) << second;
+    EXPECT_TRUE(Contains(second, "already served in the runtime folder " + binderDir.path()));
+
+    const std::string replayed = isRoot ? RunTool({VYMM, "replay", "--fast", "test.trace"})
+                                        : RunTool({VYMM, "replay", "--fast", "--skip-as", "test.trace"});
+    EXPECT_EQ(replayed.rfind("0|", 0), 0u) << replayed;
+    const std::string refused = RunTool({VYMM, "call", "WriteBigData", "i32", "1", "s8", "a"});
+    EXPECT_EQ(refused.rfind("2|", 0), 0u) << refused;
+    const std::string dump = RunTool({VYMM, "dump"});
+    EXPECT_EQ(dump.rfind("0|", 0), 0u) << dump;
+
+    ASSERT_EQ(kill(host.pid(), SIGTERM), 0);
+    EXPECT_EQ(host.Wait(), 0) << host.output();
+    const std::string gone = RunTool({VYMM, "call", "1", "i32", "0"});
+    EXPECT_EQ(gone.rfind("1|", 0), 0u) << gone;
+    EXPECT_TRUE(Contains(gone, "runtime folder " + binderDir.path())) << gone;
+
+    const std::vector<std::string> uploaded = Events(events);
+    EXPECT_NE(std::find(uploaded.begin(), uploaded.end(),
+                        "916600038 NEW_PKG=\"new.pkg\" PRE_PKG=\"old.pkg\""),
+              uploaded.end())
+            << ReadFile(events);
+    for (const char* file : {"data/log/mediaBDflow.log", "data/log/mediaBDcont.log"}) {
+        EXPECT_EQ(access(file, F_OK), 0) << file;
+    }
+}
+
+}  // namespace
