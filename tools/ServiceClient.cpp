@@ -141,7 +141,7 @@ int Replayer::RunInChild(const Segment& segment) const {
 int Replayer::Run() {
     if (const TraceStep* as = FirstForbiddenAs(); as != nullptr && !mOptions.skipOtherUids) {
         fprintf(stderr,
-                "%sas %u: only root can make calls from another uid "
+                "%sas %u: only root can make calls from another uid; nothing was sent "
                 "(--skip-as skips those calls)\n",
                 LinePrefix(mName, as->line).c_str(), as->uid);
         return EXIT_USAGE;
