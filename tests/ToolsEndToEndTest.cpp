@@ -26,7 +26,8 @@ using Clock = std::chrono::steady_clock;
 constexpr auto kDeadline = std::chrono::seconds(60);
 
 int MillisLeft(Clock::time_point deadline) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    using std::chrono::milliseconds;
+    const auto left = std::chrono::duration_cast<milliseconds>(deadline - Clock::now());
     return left.count() > 0 ? static_cast<int>(left.count()) : 0;
 }
 
@@ -170,8 +171,11 @@ TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {
     EXPECT_EQ(second.rfind("1|", 0), 0u) << second;
     EXPECT_TRUE(Contains(second, "already served in the runtime folder " + binderDir.path()));
 
-    const std::string replayed = isRoot ? RunTool({VYMM, "replay", "--fast", "test.trace"})
-                                        : RunTool({VYMM, "replay", "--fast", "--skip-as", "test.trace"});
+    std::vector<std::string> replay = {VYMM, "replay", "--fast", "test.trace"};
+    if (!isRoot) {
+        replay.insert(replay.begin() + 2, "--skip-as");
+    }
+    const std::string replayed = RunTool(replay);
     EXPECT_EQ(replayed.rfind("0|", 0), 0u) << replayed;
     const std::string refused = RunTool({VYMM, "call", "WriteBigData", "i32", "1", "s8", "a"});
     EXPECT_EQ(refused.rfind("2|", 0), 0u) << refused;
