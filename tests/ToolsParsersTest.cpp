@@ -65,9 +65,9 @@ const char* const kEveryOperation[] = {
 };
 
 TEST(ToolsParsersTest, EveryOperationReachesItsMethodWithItsArguments) {
-    RecordingMonitorService expected;
-    CallEveryOperation(&expected);
-    RecordingMonitorService called;
+    const android::sp<RecordingMonitorService> expected = new RecordingMonitorService;
+    CallEveryOperation(expected.get());
+    const android::sp<RecordingMonitorService> called = new RecordingMonitorService;
     int number = 1;
     for (const char* line : kEveryOperation) {
         const Operation* op = nullptr;
@@ -75,10 +75,10 @@ TEST(ToolsParsersTest, EveryOperationReachesItsMethodWithItsArguments) {
         std::string error;
         ASSERT_TRUE(ParseCall(Words(line), 0, &op, &args, &error)) << line << ": " << error;
         EXPECT_EQ(op->number, number++) << line;
-        op->invoke(called, args);
+        op->invoke(*called, args);
     }
-    const auto want = expected.Calls();
-    const auto got = called.Calls();
+    const auto want = expected->Calls();
+    const auto got = called->Calls();
     ASSERT_EQ(got.size(), want.size());
     for (size_t i = 0; i < want.size(); ++i) {
         EXPECT_EQ(got[i].text, want[i].text);
