@@ -37,31 +37,32 @@ struct Route {
 
 // Served by OnSrvEvent itself.
 constexpr Route kOwnRoutes[] = {
-    {Service::EVENT_LOG_MSG, Take<&Service::WriteExceptionLog>},
-    {Service::EVENT_BD_FLOW_MSG, Take<&Service::WriteBDFlowLog>},
-    {Service::EVENT_BD_COUNT_MSG, Take<&Service::WriteBDCountLog>},
-    {Service::EVENT_BD_FLOW_COUNT_MSG, Take<&Service::WriteBDFlowLog, &Service::WriteBDCountLog>},
-    {Service::EVENT_BD_WRITE_FILES, Take<&Service::WriteBDLogAllToFile>},
-    {Service::EVENT_EXCEPTION, Take<&Service::WriteExceptionString>},
-    {Service::EVENT_FORCE_SEND, Take<&Service::AllWriterDoSendLog>},
+        {Service::EVENT_LOG_MSG, Take<&Service::WriteExceptionLog>},
+        {Service::EVENT_BD_FLOW_MSG, Take<&Service::WriteBDFlowLog>},
+        {Service::EVENT_BD_COUNT_MSG, Take<&Service::WriteBDCountLog>},
+        {Service::EVENT_BD_FLOW_COUNT_MSG,
+         Take<&Service::WriteBDFlowLog, &Service::WriteBDCountLog>},
+        {Service::EVENT_BD_WRITE_FILES, Take<&Service::WriteBDLogAllToFile>},
+        {Service::EVENT_EXCEPTION, Take<&Service::WriteExceptionString>},
+        {Service::EVENT_FORCE_SEND, Take<&Service::AllWriterDoSendLog>},
 };
 
 // Served by OnSrvEventOther.
 constexpr Route kOtherRoutes[] = {
-    {Service::EVENT_WRITE_CHECK, Take<&Service::DoWriteCheck>},
-    {Service::EVENT_EXCEPTION_EXT, Take<&Service::WriteExceptionLong>},
-    {Service::EVENT_KPI, Take<&Service::WriteKpisLog>},
-    {Service::EVENT_BIGDATA, Take<&Service::WriteBigDataLog>},
-    {Service::EVENT_BIGDATA_STRING, Take<&Service::WriteBigDataStringLog>},
-    {Service::EVENT_BIGDATA_OUTPUT_DEVICE, Take<&Service::WriteBigDataOutPutDeviceLog>},
-    {Service::EVENT_BIGDATA_PKG, Take<&Service::WriteBigDataPkgLog>},
-    {Service::EVENT_BIGDATA_PKG_TYPE, Take<&Service::WriteBigDataPkgTypeLog>},
-    {Service::EVENT_BIGDATA_PLAY_STATUS, Take<&Service::WriteBigDataPlayStatusLog>},
-    {Service::EVENT_BIGDATA_RECORDING, Take<&Service::WriteBigDataPara4RecordingLog>},
-    {Service::EVENT_BIGDATA_DUAL_BLUETOOTH, Take<&Service::WriteBigDataDualBluetoothLog>},
-    {Service::EVENT_VIDEO_BIGDATA, Take<&Service::WriteVideoBigData>},
-    {Service::EVENT_VIDEO_CODEC_ERROR, Take<&Service::WriteMediaCodecErrorBigData>},
-    {Service::EVENT_VIDEO_CATON_VAGUE, Take<&Service::WriteMediaCatonVagueBigData>},
+        {Service::EVENT_WRITE_CHECK, Take<&Service::DoWriteCheck>},
+        {Service::EVENT_EXCEPTION_EXT, Take<&Service::WriteExceptionLong>},
+        {Service::EVENT_KPI, Take<&Service::WriteKpisLog>},
+        {Service::EVENT_BIGDATA, Take<&Service::WriteBigDataLog>},
+        {Service::EVENT_BIGDATA_STRING, Take<&Service::WriteBigDataStringLog>},
+        {Service::EVENT_BIGDATA_OUTPUT_DEVICE, Take<&Service::WriteBigDataOutPutDeviceLog>},
+        {Service::EVENT_BIGDATA_PKG, Take<&Service::WriteBigDataPkgLog>},
+        {Service::EVENT_BIGDATA_PKG_TYPE, Take<&Service::WriteBigDataPkgTypeLog>},
+        {Service::EVENT_BIGDATA_PLAY_STATUS, Take<&Service::WriteBigDataPlayStatusLog>},
+        {Service::EVENT_BIGDATA_RECORDING, Take<&Service::WriteBigDataPara4RecordingLog>},
+        {Service::EVENT_BIGDATA_DUAL_BLUETOOTH, Take<&Service::WriteBigDataDualBluetoothLog>},
+        {Service::EVENT_VIDEO_BIGDATA, Take<&Service::WriteVideoBigData>},
+        {Service::EVENT_VIDEO_CODEC_ERROR, Take<&Service::WriteMediaCodecErrorBigData>},
+        {Service::EVENT_VIDEO_CATON_VAGUE, Take<&Service::WriteMediaCatonVagueBigData>},
 };
 
 template <size_t N>
@@ -150,8 +151,7 @@ void Service::WriteExceptionLong(const Event& event) {
     const auto& e = As<ExceptionEvent>(event);
     if (mExceptionWriter != nullptr) {
         mExceptionWriter->WriteException(e.pid, e.eventId, e.eventLevel, e.subType, e.reason,
-                                         e.callingApp, e.paraInt, e.paraChar,
-                                         e.associatedEventId);
+                                         e.callingApp, e.paraInt, e.paraChar, e.associatedEventId);
     }
 }
 
@@ -223,8 +223,7 @@ void Service::WriteBigDataPkgTypeLog(const Event& event) {
 void Service::WriteBigDataPlayStatusLog(const Event& event) {
     const auto& e = As<BigDataEvent>(event);
     if (mBigDataWriter != nullptr) {
-        mBigDataWriter->WriteBigDataPlayStatus(e.eventId, e.subType, e.pkgName, e.extStr2,
-                                               e.param);
+        mBigDataWriter->WriteBigDataPlayStatus(e.eventId, e.subType, e.pkgName, e.extStr2, e.param);
     }
 }
 

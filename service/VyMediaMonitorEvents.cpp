@@ -5,8 +5,8 @@ namespace android {
 
 using Service = VyMediaMonitorService;
 
-Service::LogSrvEvent::LogSrvEvent(EventType eventType, int value, int messageType,
-                                  String8 message, bool isBigData)
+Service::LogSrvEvent::LogSrvEvent(EventType eventType, int value, int messageType, String8 message,
+                                  bool isBigData)
     : type(eventType),
       pid(isBigData ? value : -1),
       prior(isBigData ? -1 : value),
@@ -18,8 +18,7 @@ Service::LogSrvEvent::LogSrvEvent(EventType eventType)
 
 Service::ExceptionEvent::ExceptionEvent(EventType eventType, int callerPid, int id, int level,
                                         int sub, String8 why, String8 app)
-    : ExceptionEvent(eventType, callerPid, id, level, sub, why, app, -1,
-                     String8(), -1) {}
+    : ExceptionEvent(eventType, callerPid, id, level, sub, why, app, -1, String8(), -1) {}
 
 Service::ExceptionEvent::ExceptionEvent(EventType eventType, int callerPid, int id, int level,
                                         int sub, String8 why, String8 app, int extraInt,
@@ -64,22 +63,21 @@ Service::BigDataEvent::BigDataEvent(EventType eventType, int id, String8 s1, Str
     ext2 = b;
 }
 
-Service::BigDataEvent::BigDataEvent(EventType eventType, int id, String8 s1, String8 s2,
-                                    String8 s3)
+Service::BigDataEvent::BigDataEvent(EventType eventType, int id, String8 s1, String8 s2, String8 s3)
     : BigDataEvent(eventType, id) {
     subType = s1;
     pkgName = s2;
     param = s3;
 }
 
-Service::BigDataEvent::BigDataEvent(EventType eventType, int id, String8 s1, String8 s2,
-                                    String8 s3, int a)
+Service::BigDataEvent::BigDataEvent(EventType eventType, int id, String8 s1, String8 s2, String8 s3,
+                                    int a)
     : BigDataEvent(eventType, id, s1, s2, s3) {
     para1 = a;
 }
 
-Service::BigDataEvent::BigDataEvent(EventType eventType, int id, String8 s1, String8 s2,
-                                    String8 s3, String8 s4)
+Service::BigDataEvent::BigDataEvent(EventType eventType, int id, String8 s1, String8 s2, String8 s3,
+                                    String8 s4)
     : BigDataEvent(eventType, id) {
     subType = s1;
     pkgName = s2;
@@ -113,8 +111,10 @@ Service::VideoBigDataEvent::VideoBigDataEvent(int id, String8 s1, String8 s2, St
       int2(i2),
       int3(i3) {}
 
-Service::VideoMediaCodecErrorBigDataEvent::VideoMediaCodecErrorBigDataEvent(
-        int id, String8 s1, String8 s2, String8 s3, String8 s4, String8 s5, int i1)
+Service::VideoMediaCodecErrorBigDataEvent::VideoMediaCodecErrorBigDataEvent(int id, String8 s1,
+                                                                            String8 s2, String8 s3,
+                                                                            String8 s4, String8 s5,
+                                                                            int i1)
     : LogSrvEvent(EVENT_VIDEO_CODEC_ERROR),
       eventId(id),
       str1(s1),
@@ -124,8 +124,10 @@ Service::VideoMediaCodecErrorBigDataEvent::VideoMediaCodecErrorBigDataEvent(
       str5(s5),
       int1(i1) {}
 
-Service::VideoMediaCatonVagueBigDataEvent::VideoMediaCatonVagueBigDataEvent(
-        int id, String8 s1, String8 s2, String8 s3, String8 s4, String8 s5, String8 s6, int i1)
+Service::VideoMediaCatonVagueBigDataEvent::VideoMediaCatonVagueBigDataEvent(int id, String8 s1,
+                                                                            String8 s2, String8 s3,
+                                                                            String8 s4, String8 s5,
+                                                                            String8 s6, int i1)
     : LogSrvEvent(EVENT_VIDEO_CATON_VAGUE),
       eventId(id),
       str1(s1),

@@ -26,8 +26,8 @@ struct TypeFlag {
 
 // The big-data file message types that are recorded, and where.
 constexpr TypeFlag kStaticTypeFlags[] = {
-    {10000, 1}, {20100, 2}, {20101, 2}, {20001, 2}, {20002, 2},
-    {20201, 2}, {20202, 2}, {20300, 2}, {20000, 2},
+        {10000, 1}, {20100, 2}, {20101, 2}, {20001, 2}, {20002, 2},
+        {20201, 2}, {20202, 2}, {20300, 2}, {20000, 2},
 };
 
 constexpr int32_t kMinBigDataType = 10000;
@@ -51,12 +51,13 @@ bool ReadDebuggable() {
 }
 
 VyMediaMonitorService::VyMediaMonitorService()
-    : mRadar(0), mBDFlow(0), mBDCount(0), mException(0), mKpi(0), mBigData(0),
-      mDebuggable(false) {
+    : mRadar(0), mBDFlow(0), mBDCount(0), mException(0), mKpi(0), mBigData(0), mDebuggable(false) {
     Init();
 }
 
-VyMediaMonitorService::~VyMediaMonitorService() { DeInit(); }
+VyMediaMonitorService::~VyMediaMonitorService() {
+    DeInit();
+}
 
 void VyMediaMonitorService::Init() {
     {
@@ -93,12 +94,18 @@ void VyMediaMonitorService::Init() {
 }
 
 void VyMediaMonitorService::CreateWriters() {
-    if (mRadar == 1) mExceptionLogWriter = new MediaExceptionLogWriter(mPolicy);
-    if (mBDFlow == 1) mBDFlowWriter = new MediaBDFlowWriter(mPolicy);
-    if (mBDCount == 1) mBDCountWriter = new MediaBDCountWriter(mPolicy);
-    if (mException == 1) mExceptionWriter = new MediaExceptionWriter(mPolicy);
-    if (mKpi == 1) mKpiWriter = new MediaKpiWriter(mPolicy);
-    if (mBigData == 1) mBigDataWriter = new MediaBigDataWriter(mPolicy);
+    if (mRadar == 1)
+        mExceptionLogWriter = new MediaExceptionLogWriter(mPolicy);
+    if (mBDFlow == 1)
+        mBDFlowWriter = new MediaBDFlowWriter(mPolicy);
+    if (mBDCount == 1)
+        mBDCountWriter = new MediaBDCountWriter(mPolicy);
+    if (mException == 1)
+        mExceptionWriter = new MediaExceptionWriter(mPolicy);
+    if (mKpi == 1)
+        mKpiWriter = new MediaKpiWriter(mPolicy);
+    if (mBigData == 1)
+        mBigDataWriter = new MediaBigDataWriter(mPolicy);
 }
 
 void VyMediaMonitorService::SetupStaticTypeFlags() {

@@ -133,8 +133,7 @@ public:
         BigDataEvent(EventType type, int eventId, String8 s1, String8 s2, int a, int b);
         BigDataEvent(EventType type, int eventId, String8 s1, String8 s2, String8 s3);
         BigDataEvent(EventType type, int eventId, String8 s1, String8 s2, String8 s3, int a);
-        BigDataEvent(EventType type, int eventId, String8 s1, String8 s2, String8 s3,
-                     String8 s4);
+        BigDataEvent(EventType type, int eventId, String8 s1, String8 s2, String8 s3, String8 s4);
         BigDataEvent(EventType type, int eventId, String8 s, int a, int b, int c, int d);
         BigDataEvent(EventType type, int eventId, String8 s, int b, int c, int d);
 
@@ -249,20 +248,18 @@ public:
     void WriteBigData(int eventId, const char* s1, const char* s2, int i1) override;
     void WriteBigData(int eventId, const char* s1, int i1, int i2, int i3) override;
     void WriteBigData(int eventId, const char* s1, const char* s2, const char* s3) override;
-    void WriteBigData(int eventId, const char* s1, const char* s2, const char* s3,
-                      int i1) override;
+    void WriteBigData(int eventId, const char* s1, const char* s2, const char* s3, int i1) override;
     void WriteBigData(int eventId, const char* s1, int i1, int i2, int i3, int i4) override;
-    void WriteBigData(int eventId, const char* s1, const char* s2, const char* s3,
-                      const char* s4, int i1, int i2, int i3) override;
-    void WriteBigData(int eventId, const char* s1, const char* s2, const char* s3,
-                      const char* s4, const char* s5, int i1) override;
-    void WriteBigData(int eventId, const char* s1, const char* s2, const char* s3,
-                      const char* s4, const char* s5, const char* s6, int i1) override;
+    void WriteBigData(int eventId, const char* s1, const char* s2, const char* s3, const char* s4,
+                      int i1, int i2, int i3) override;
+    void WriteBigData(int eventId, const char* s1, const char* s2, const char* s3, const char* s4,
+                      const char* s5, int i1) override;
+    void WriteBigData(int eventId, const char* s1, const char* s2, const char* s3, const char* s4,
+                      const char* s5, const char* s6, int i1) override;
     void MonitorSetForceUse(int usage, int config) override EXCLUDES(mAudioStateLock);
     void MonitorBroadcastStream(int state, int stream) override EXCLUDES(mAudioStateLock);
     void MonitorBroadcastDevice(unsigned int device) override EXCLUDES(mAudioStateLock);
-    void MonitorVolumeIndex(int source, int index, int device) override
-            EXCLUDES(mAudioStateLock);
+    void MonitorVolumeIndex(int source, int index, int device) override EXCLUDES(mAudioStateLock);
     void MonitorPlayingApp(const char* app) override EXCLUDES(mAudioStateLock);
 
     // The service's own operations, called on itself through the virtual

@@ -1,5 +1,6 @@
 // Registered twice: with the host reporting library on the search path, and
 // without it (MediaBigDataWriterAbsent.*).
+#include <chrono>
 #include <climits>
 #include <fstream>
 #include <regex>
@@ -210,6 +211,50 @@ TEST_F(MediaBigDataWriterAbsent, DumpsCountersAndTextsAndAnUploadLogsEachIdThenE
     }
     EXPECT_EQ(writer->Store(), "C{} S{} K{}");
     EXPECT_EQ(Events(), "");
+}
+
+TEST_F(MediaBigDataWriterTest, DistinctLongTextKeysStopAtTheByteLimitKeepingTheCharge) {
+    ScopedProperty quiet("ro.media.debuggable", "false");  // no debug line per call
+    sp<TestWriter> writer = new TestWriter;
+    const size_t keyBytes = 1024;
+    const std::string filler(keyBytes - 6, 'k');
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 100000; ++i) {
+        writer->WriteBigDataPkg(916600010, String8::format("%06d%s", i, filler.c_str()), S(""),
+                                S("v"));
+    }
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(
+                                 std::chrono::steady_clock::now() - start)
+                                 .count();
+    const size_t refusals = mLog.CountContaining(kTag, "bigdata store full");
+    EXPECT_GE(refusals, 1u);
+    EXPECT_LE(refusals, static_cast<size_t>(seconds) + 1) << "at most one line a second";
+    int cur = -1;
+    int max = -1;
+    {
+        Mutex::Autolock lock(writer->mBigDataLock);
+        writer->GetMemInfos(&cur, &max);
+    }
+    EXPECT_EQ(cur, 8) << "a new text still sets the charge to 8";
+
+    // Recorders that ignore the cap stop at the byte limit too.
+    writer->WriteBigDataForOutputDevice(916019104, String8(filler.c_str()), kB, 5, 6);
+    writer->SendMediaLog();
+    std::vector<std::string> events = mEvents.Lines();
+    ASSERT_EQ(events.size(), 1u);
+    size_t params = 0;
+    for (size_t at = events[0].find("\"name\""); at != std::string::npos;
+         at = events[0].find("\"name\"", at + 1)) {
+        ++params;
+    }
+    EXPECT_LE(params * (keyBytes + 1), android::MAX_BIGDATA_BYTES);
+    EXPECT_GE(params * (keyBytes + 1) * 2, android::MAX_BIGDATA_BYTES) << "half of it in use";
+
+    writer->WriteBigDataPkg(916600010, S("again"), S(""), S("v"));
+    writer->SendMediaLog();
+    events = mEvents.Lines();
+    EXPECT_EQ(events.back(), "{\"id\":916600010,\"params\":[{\"name\":\"again\",\"str\":\"v\"}]}")
+            << "an upload makes room again";
 }
 
 }  // namespace

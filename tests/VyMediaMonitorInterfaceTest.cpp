@@ -8,10 +8,9 @@
 #include <vector>
 
 #include <IVyMediaMonitorService.h>
-#include <binder/IServiceManager.h>
-#include <binder/ProcessState.h>
 #include <gtest/gtest.h>
 
+#include "support/ClientProcess.h"
 #include "support/RecordingMonitorService.h"
 #include "support/TestEnv.h"
 
@@ -29,23 +28,11 @@ TEST(MonitorInterfaceTest, ClientCallsArriveInOrderWithTheCallersIdentity) {
     ScopedBinderDir dir;
     const sp<RecordingMonitorService> service = new RecordingMonitorService;
     const bool root = geteuid() == 0;
-    // Started first: its getService waits for the service to appear.
-    const std::string command = std::string("timeout 30 ") + BINDER_TEST_CLIENT + " " + kName +
-                                (root ? " 1047" : " -");
-    FILE* client = popen(command.c_str(), "re");
-    ASSERT_NE(client, nullptr);
-    ASSERT_EQ(defaultServiceManager()->addService(String16(kName), service), NO_ERROR);
-    ProcessState::self()->startThreadPool();
-    std::string output;
-    char buffer[4096];
-    for (size_t n; (n = fread(buffer, 1, sizeof(buffer), client)) > 0;) {
-        output.append(buffer, n);
-    }
-    ASSERT_EQ(pclose(client), 0) << output;
-    ProcessState::self()->stopThreadPool();
-    const pid_t pid = atoi(output.c_str());
+    const ClientRun run = RunClientProcess(BINDER_TEST_CLIENT, kName, root ? "1047" : "-", service);
+    ASSERT_EQ(run.status, 0) << run.output;
+    const pid_t pid = atoi(run.output.c_str());
     // Writing to the closed pipe once killed us with SIGPIPE.
-    EXPECT_EQ(output, std::to_string(pid) + "\ndump(-a,x y)\n" + std::to_string(-EPIPE) + "\n");
+    EXPECT_EQ(run.output, std::to_string(pid) + "\ndump(-a,x y)\n" + std::to_string(-EPIPE) + "\n");
 
     // The same calls made directly, without the interface.
     const sp<RecordingMonitorService> direct = new RecordingMonitorService;

@@ -4,6 +4,7 @@
 #include "writers/MediaBigDataWriter.h"
 
 #include <stdint.h>
+#include <string.h>
 #include <time.h>
 
 #include <algorithm>
@@ -202,6 +203,25 @@ constexpr Route kDualBluetoothRoutes[] = {
          {KvSum("localStreamType", N0), KvSum("oppositeStreamType", N1), KvSum("preemptFlag", N2)}},
 };
 
+// The fields of a route, up to the first kEnd.
+const Field* FieldsEnd(const Field* fields) {
+    const Field* end = fields;
+    while (end != fields + kMaxFields && end->op != Op::kEnd) {
+        ++end;
+    }
+    return end;
+}
+
+// The most bytes that storing field can add: a new key, with its text, under
+// an event id new to its table.
+size_t MostBytes(const Field& field, const MediaBigDataWriter::Args& args) {
+    const size_t keyBytes =
+            field.key.name != nullptr ? strlen(field.key.name) : args.Text(field.key.arg).length();
+    const bool isText = field.op == Op::kText || field.op == Op::kKvText;
+    const size_t valueBytes = isText ? args.Text(field.value).length() : 0;
+    return keyBytes + valueBytes + 2 * BIGDATA_ENTRY_BYTES;
+}
+
 // Signed decimal text of at most 9 characters; a longer one is cut.
 String8 NumberText(int number) {
     char text[10] = {};
@@ -233,9 +253,27 @@ bool MediaBigDataWriter::IsFull(const char* who) {
     return true;
 }
 
-void MediaBigDataWriter::Store(const Field* fields, int eventId, const Args& args) {
-    for (const Field* field = fields; field != fields + kMaxFields && field->op != Op::kEnd;
-         ++field) {
+bool MediaBigDataWriter::HasRoomFor(const Field* begin, const Field* end, int eventId,
+                                    const Args& args) {
+    size_t most = 0;
+    for (const Field* field = begin; field != end; ++field) {
+        most += MostBytes(*field, args);
+    }
+    if (mStoreBytes + most <= MAX_BIGDATA_BYTES) {
+        return true;
+    }
+    if (mStoreFullLog.Allow()) {
+        ALOGE("bigdata store full: %zu bytes, dropping event %d", mStoreBytes, eventId);
+    }
+    return false;
+}
+
+bool MediaBigDataWriter::Store(const Field* fields, int eventId, const Args& args) {
+    const Field* const end = FieldsEnd(fields);
+    if (!HasRoomFor(fields, end, eventId, args)) {
+        return false;
+    }
+    for (const Field* field = fields; field != end; ++field) {
         const String8 key =
                 field->key.name != nullptr ? String8(field->key.name) : args.Text(field->key.arg);
         switch (field->op) {
@@ -255,16 +293,17 @@ void MediaBigDataWriter::Store(const Field* fields, int eventId, const Args& arg
                 break;
         }
     }
+    return true;
 }
 
-void MediaBigDataWriter::Record(const Route* routes, size_t count, int eventId, const Args& args) {
+bool MediaBigDataWriter::Record(const Route* routes, size_t count, int eventId, const Args& args) {
     for (const Route* route = routes; route != routes + count; ++route) {
         if (eventId >= route->ids.first && eventId <= route->ids.last) {
-            Store(route->fields, eventId, args);
-            return;
+            return Store(route->fields, eventId, args);
         }
     }
     ALOGE("Unknown bigdata type");
+    return true;
 }
 
 void MediaBigDataWriter::RecordAndTrigger(const char* capWho, const Route* routes, size_t count,
@@ -272,8 +311,9 @@ void MediaBigDataWriter::RecordAndTrigger(const char* capWho, const Route* route
     if (capWho != nullptr && IsFull(capWho)) {
         return;
     }
-    Record(routes, count, eventId, args);
-    TriggerLogStrategy();
+    if (Record(routes, count, eventId, args)) {
+        TriggerLogStrategy();
+    }
 }
 
 void MediaBigDataWriter::WriteBigDataString(int eventId, String8 subType, String8 extStr,
@@ -365,9 +405,10 @@ void MediaBigDataWriter::WriteBigDataBluetoothHDRecording(int eventId, String8 p
               "         channelCount(%d)",
               eventId, pkgName.string(), source, sampleRate, bitWidth, channelCount);
     }
-    Store(kBluetoothHDFields, eventId,
-          Args({&pkgName}, {source, sampleRate, bitWidth, channelCount}));
-    TriggerLogStrategy();
+    if (Store(kBluetoothHDFields, eventId,
+              Args({&pkgName}, {source, sampleRate, bitWidth, channelCount}))) {
+        TriggerLogStrategy();
+    }
 }
 
 void MediaBigDataWriter::WriteVirtualSplitStreamRecording(int eventId, String8 pkgName,
@@ -378,8 +419,10 @@ void MediaBigDataWriter::WriteVirtualSplitStreamRecording(int eventId, String8 p
               "         streamType(%d)",
               eventId, pkgName.string(), useSplit, splitStreamDevice, streamType);
     }
-    Store(kSplitStreamFields, eventId, Args({&pkgName}, {useSplit, splitStreamDevice, streamType}));
-    TriggerLogStrategy();
+    if (Store(kSplitStreamFields, eventId,
+              Args({&pkgName}, {useSplit, splitStreamDevice, streamType}))) {
+        TriggerLogStrategy();
+    }
 }
 
 void MediaBigDataWriter::WriteMediaCodecErrorBigData(int eventId, String8 s1, String8 s2,

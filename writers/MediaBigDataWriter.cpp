@@ -57,21 +57,13 @@ void Upload(const DefaultKeyedVector<int, Value>& table, const char* what, bool 
     }
 }
 
-// The entry of eventId, added empty when absent; edited in place rather than
-// copied and written back.
-template <typename Value>
-Value& EntryFor(DefaultKeyedVector<int, Value>& table, int eventId) {
-    ssize_t index = table.indexOfKey(eventId);
-    if (index < 0) {
-        index = table.add(eventId, Value());
-    }
-    return table.editValueAt(static_cast<size_t>(index));
-}
-
 }  // namespace
 
 MediaBigDataWriter::MediaBigDataWriter(const sp<MediaMonitorPolicy>& policy)
-    : MediaLogBase(policy), mMaxBigDataSize(MAX_BIGDATA_SIZE), mBigDataReserve(kBigDataReserve) {
+    : MediaLogBase(policy),
+      mStoreBytes(0),
+      mMaxBigDataSize(MAX_BIGDATA_SIZE),
+      mBigDataReserve(kBigDataReserve) {
     ResetLogMem();
     mLastSendTime = systemTime(SYSTEM_TIME_MONOTONIC);
     mWriterType = LOG_TYPE_BIGDATA;
@@ -79,11 +71,23 @@ MediaBigDataWriter::MediaBigDataWriter(const sp<MediaMonitorPolicy>& policy)
 
 MediaBigDataWriter::~MediaBigDataWriter() { ResetLogMem(); }
 
+// Edited in place rather than copied and written back.
+template <typename Value>
+Value& MediaBigDataWriter::EntryFor(DefaultKeyedVector<int, Value>& table, int eventId) {
+    ssize_t index = table.indexOfKey(eventId);
+    if (index < 0) {
+        index = table.add(eventId, Value());
+        mStoreBytes += BIGDATA_ENTRY_BYTES;
+    }
+    return table.editValueAt(static_cast<size_t>(index));
+}
+
 void MediaBigDataWriter::UpdateInt(DefaultKeyedVector<String8, int>& table, const String8& key,
                                    int delta) {
     const ssize_t index = table.indexOfKey(key);
     if (index < 0) {
         table.add(key, delta);
+        mStoreBytes += key.length() + BIGDATA_ENTRY_BYTES;
         mLogMemSize += kIntKeyCharge;
         return;
     }
@@ -99,8 +103,11 @@ void MediaBigDataWriter::UpdateStr(DefaultKeyedVector<String8, String8>& table, 
     const ssize_t index = table.indexOfKey(key);
     if (index < 0) {
         table.add(key, value);
+        mStoreBytes += key.length() + value.length() + BIGDATA_ENTRY_BYTES;
     } else if (table.valueAt(index) != value) {
-        table.editValueAt(static_cast<size_t>(index)) = value;
+        String8& stored = table.editValueAt(static_cast<size_t>(index));
+        mStoreBytes = mStoreBytes - stored.length() + value.length();
+        stored = value;
     } else {
         ALOGD("Already exists.");
         return;
@@ -178,6 +185,7 @@ void MediaBigDataWriter::ResetLogMem() {
     mBigDataKeyValues.clear();
     mBigDataStrings.clear();
     mBigDataCounts.clear();
+    mStoreBytes = 0;
     mLogMemSize = 0;
 }
 

@@ -3,10 +3,11 @@
 // keys; the send policy uploads the whole store once a cycle, then empties it.
 //
 // Called on the service's worker thread, and on a Binder thread for a dump.
-// mBigDataLock guards the three tables and the memory charge mLogMemSize; the
-// public operations take it for their whole body, TriggerLogStrategy included,
-// so the policy's call-backs (DoSendMediaLog, ResetLogMem, the getters) and
-// the update primitives run with it held and never take it.
+// mBigDataLock guards the three tables, their size in bytes and the memory
+// charge mLogMemSize; the public operations take it for their whole body,
+// TriggerLogStrategy included, so the policy's call-backs (DoSendMediaLog,
+// ResetLogMem, the getters) and the update primitives run with it held and
+// never take it.
 #ifndef VYMM_WRITERS_MEDIA_BIG_DATA_WRITER_H
 #define VYMM_WRITERS_MEDIA_BIG_DATA_WRITER_H
 
@@ -16,6 +17,7 @@
 #include <utils/Mutex.h>
 #include <utils/String8.h>
 
+#include "writers/LogRateLimiter.h"
 #include "writers/MediaLogBase.h"
 
 namespace android {
@@ -30,6 +32,13 @@ struct BigDataKeyValuesVector {
 // The memory charge is an estimate, not bytes: +4 per new integer key, set to
 // 8 on every new or changed text.
 constexpr size_t MAX_BIGDATA_SIZE = 2048;
+// Distinct texts never raise that estimate, so the tables also have a hard
+// limit in bytes: keys and texts as stored, plus BIGDATA_ENTRY_BYTES per
+// entry (a key and its value, or an event id's table) for the buffer headers
+// and the table slot. A store full under the cap holds at most 512 counters
+// and a few texts, some 40 KiB with real keys: the limit only stops a flood.
+constexpr size_t MAX_BIGDATA_BYTES = 256 * 1024;
+constexpr size_t BIGDATA_ENTRY_BYTES = 64;
 
 class MediaBigDataWriter : public MediaLogBase {
 public:
@@ -37,8 +46,10 @@ public:
     ~MediaBigDataWriter() override;
 
     // Recorders. Each stores its event under the id's keys, unless the charge
-    // has reached MAX_BIGDATA_SIZE, then consults the send policy. Unknown ids
-    // are logged and only consult the policy.
+    // has reached MAX_BIGDATA_SIZE or the event could take the tables past
+    // MAX_BIGDATA_BYTES, then consults the send policy; a refused event is
+    // dropped whole and does not consult it. Unknown ids are logged and only
+    // consult the policy.
     void WriteBigDataString(int eventId, String8 subType, String8 extStr, int ext2);
     void WriteBigDataPkg(int eventId, String8 subType, String8 pkgName, String8 param);
     // type is only logged.
@@ -50,7 +61,8 @@ public:
     // Routes to one of the two recording sub-recorders below.
     void WriteBigData(int eventId, String8 pkgName, int a, int b, int c, int d);
     // Sub-recorders of the overload above: no id check, no cap check, and they
-    // consult the policy themselves, so their caller's event does it twice.
+    // consult the policy themselves, so their caller's event does it twice;
+    // when the byte limit refuses the event, only the caller does.
     void WriteBigDataBluetoothHDRecording(int eventId, String8 pkgName, int source, int sampleRate,
                                           int bitWidth, int channelCount) REQUIRES(mBigDataLock);
     void WriteVirtualSplitStreamRecording(int eventId, String8 pkgName, int useSplit,
@@ -60,11 +72,11 @@ public:
                                      String8 s5, int times);
     void WriteMediaCatonVagueBigData(int eventId, String8 s1, String8 s2, String8 s3, String8 s4,
                                      String8 s5, String8 s6, int times);
-    // Records even over the cap.
+    // Records even over the cap, not over the byte limit.
     void WriteVideoBigData(int eventId, String8& s1, String8& s2, String8& s3, String8& s4,
                            int num1, int num2, int times);
-    // Records even over the cap; id 916019105 is reported at once as a
-    // platform event and not stored.
+    // Records even over the cap, not over the byte limit; id 916019105 is
+    // reported at once as a platform event and not stored.
     void WriteBigDataForOutputDevice(int eventId, String8 subType, String8 pkgName, int ext1,
                                      int ext2);
     void WriteBigDataForDualBluetooth(int eventId, String8 pkgName, int type1, int type2,
@@ -90,6 +102,7 @@ public:
     // Store primitives. A counter starts at its first delta and then only takes
     // additions whose sum stays in 0..INT32_MAX; a text is replaced when it
     // differs. intValue -1 and an empty strValue mean "no number" / "no text".
+    // They keep the byte count exact but leave the limit to the recorders.
     void UpdateBigDatas(int eventId, String8 key, int delta) REQUIRES(mBigDataLock);
     void UpdateBigDataStringValues(int eventId, String8 key, String8 value) REQUIRES(mBigDataLock);
     void UpdateBigDataKeyValuesnfos(int eventId, String8 key, String8 strValue, int intValue)
@@ -115,6 +128,8 @@ protected:
     DefaultKeyedVector<int, DefaultKeyedVector<String8, String8>> mBigDataStrings
             GUARDED_BY(mBigDataLock);
     DefaultKeyedVector<int, BigDataKeyValuesVector> mBigDataKeyValues GUARDED_BY(mBigDataLock);
+    // The three tables' bytes as MAX_BIGDATA_BYTES counts them.
+    size_t mStoreBytes GUARDED_BY(mBigDataLock);
 
     // Constant after construction.
     const size_t mMaxBigDataSize;
@@ -123,12 +138,21 @@ protected:
     Mutex mBigDataLock;
 
 private:
-    // Stores the fields of eventId's route, or logs the id as unknown.
-    void Record(const Route* routes, size_t count, int eventId, const Args& args)
+    // Thread-safe on its own: the refusal line, at most once a second.
+    LogRateLimiter mStoreFullLog;
+
+    // Stores the fields of eventId's route, or logs the id as unknown; false
+    // when the byte limit refused the event.
+    bool Record(const Route* routes, size_t count, int eventId, const Args& args)
             REQUIRES(mBigDataLock);
-    void Store(const Field* fields, int eventId, const Args& args) REQUIRES(mBigDataLock);
+    // Stores all the fields, or none of them (false, logged) when they could
+    // take the tables past MAX_BIGDATA_BYTES.
+    bool Store(const Field* fields, int eventId, const Args& args) REQUIRES(mBigDataLock);
+    bool HasRoomFor(const Field* begin, const Field* end, int eventId, const Args& args)
+            REQUIRES(mBigDataLock);
     // Stores the event unless capWho is set and the charge has reached the cap
-    // (logged under capWho's name); then consults the policy unless refused.
+    // (logged under capWho's name), or the byte limit refuses it; then
+    // consults the policy unless refused.
     void RecordAndTrigger(const char* capWho, const Route* routes, size_t count, int eventId,
                           const Args& args) REQUIRES(mBigDataLock);
     bool IsFull(const char* who) REQUIRES(mBigDataLock);
@@ -139,6 +163,9 @@ private:
             REQUIRES(mBigDataLock);
     void UpdateStr(DefaultKeyedVector<String8, String8>& table, const String8& key,
                    const String8& value) REQUIRES(mBigDataLock);
+    // The entry of eventId in table, added empty (and counted) when absent.
+    template <typename Value>
+    Value& EntryFor(DefaultKeyedVector<int, Value>& table, int eventId) REQUIRES(mBigDataLock);
 };
 
 }  // namespace android

@@ -3,6 +3,8 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <algorithm>
+#include <condition_variable>
 #include <mutex>
 
 #include <android/log.h>
@@ -10,7 +12,9 @@
 namespace {
 
 std::mutex gMutex;
-std::vector<LogLine> gLines;  // guarded by gMutex
+std::condition_variable gLineAdded;
+// Never destroyed: a thread of a test may still log while the process exits.
+std::vector<LogLine>& gLines = *new std::vector<LogLine>;  // guarded by gMutex
 
 void CaptureLine(const struct __android_logger_data* data, const char* message) {
     {
@@ -18,6 +22,7 @@ void CaptureLine(const struct __android_logger_data* data, const char* message) 
         gLines.push_back({data->priority, data->tag != nullptr ? data->tag : "",
                           message != nullptr ? message : ""});
     }
+    gLineAdded.notify_all();
     // VYMM_TEST_LOG=1 echoes the lines, for reading a failing test.
     if (getenv("VYMM_TEST_LOG") != nullptr) {
         __android_log_stderr_logger(data, message);
@@ -51,6 +56,16 @@ size_t LogCapture::CountContaining(const std::string& tag, const std::string& te
         count += line.tag == tag && line.message.find(text) != std::string::npos;
     }
     return count;
+}
+
+bool LogCapture::WaitFor(const std::string& tag, const std::string& message,
+                         std::chrono::milliseconds timeout) const {
+    std::unique_lock<std::mutex> lock(gMutex);
+    return gLineAdded.wait_for(lock, timeout, [&] {
+        return std::any_of(gLines.begin(), gLines.end(), [&](const LogLine& line) {
+            return line.tag == tag && line.message == message;
+        });
+    });
 }
 
 void LogCapture::Clear() {

@@ -4,6 +4,7 @@
 #ifndef VYMM_TESTS_LOG_CAPTURE_H
 #define VYMM_TESTS_LOG_CAPTURE_H
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,10 @@ public:
     }
     // Lines of this tag whose message contains text.
     size_t CountContaining(const std::string& tag, const std::string& text) const;
+    // Waits until a line of this tag with exactly this message is captured;
+    // false when timeout passes first.
+    bool WaitFor(const std::string& tag, const std::string& message,
+                 std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
     void Clear();
     // All captured lines, one per line, for failure messages.
     std::string ToString() const;

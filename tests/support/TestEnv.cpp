@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
+#include <thread>
 
 #include <android-base/properties.h>
 
@@ -54,3 +56,25 @@ ScopedProperty::ScopedProperty(const std::string& key, const std::string& value)
 }
 
 ScopedProperty::~ScopedProperty() { android::base::SetProperty(mKey, mPrevious); }
+
+bool Eventually(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {
+    const auto end = std::chrono::steady_clock::now() + timeout;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+size_t CountThreadsNamed(const std::string& name) {
+    size_t count = 0;
+    std::error_code ignored;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task", ignored)) {
+        std::ifstream comm(task.path() / "comm");
+        std::string line;
+        count += std::getline(comm, line) && line == name;
+    }
+    return count;
+}

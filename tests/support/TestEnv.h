@@ -3,6 +3,8 @@
 #ifndef VYMM_TESTS_TEST_ENV_H
 #define VYMM_TESTS_TEST_ENV_H
 
+#include <chrono>
+#include <functional>
 #include <string>
 
 // Creates a fresh temporary directory and makes it the working directory, so
@@ -48,5 +50,13 @@ public:
 private:
     std::string mPath;
 };
+
+// Waits until condition holds, checking it every millisecond; false when
+// timeout passes first. For states that no notification reports.
+bool Eventually(const std::function<bool()>& condition,
+                std::chrono::milliseconds timeout = std::chrono::seconds(20));
+
+// Threads of this process whose name is name.
+size_t CountThreadsNamed(const std::string& name);
 
 #endif

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
+#include <thread>
 
 EventLog::EventLog() : mPath(std::filesystem::current_path() / "events.jsonl") {
     setenv("VEXEL_EVENT_LOG", mPath.c_str(), 1);
@@ -23,14 +24,26 @@ std::vector<std::string> EventLog::Lines() const {
     return lines;
 }
 
-std::string DumpText(android::MediaLogBase& writer) {
+std::vector<std::string> EventLog::WaitFor(
+        const std::function<bool(const std::vector<std::string>&)>& done,
+        std::chrono::milliseconds timeout) const {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    std::vector<std::string> lines = Lines();
+    while (!done(lines) && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        lines = Lines();
+    }
+    return lines;
+}
+
+std::string WrittenText(const std::function<void(int fd)>& writeTo) {
     // A memory file rather than a pipe: a dump larger than a pipe's buffer
     // would block its one write.
     const int fd = memfd_create("dump", MFD_CLOEXEC);
     if (fd < 0) {
         throw std::runtime_error("memfd_create failed");
     }
-    writer.Dump(fd);
+    writeTo(fd);
     std::string text;
     char buffer[4096];
     lseek(fd, 0, SEEK_SET);
@@ -39,4 +52,8 @@ std::string DumpText(android::MediaLogBase& writer) {
     }
     close(fd);
     return text;
+}
+
+std::string DumpText(android::MediaLogBase& writer) {
+    return WrittenText([&writer](int fd) { writer.Dump(fd); });
 }

@@ -3,6 +3,8 @@
 #ifndef VYMM_TESTS_WRITER_OUTPUT_H
 #define VYMM_TESTS_WRITER_OUTPUT_H
 
+#include <chrono>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -19,10 +21,17 @@ public:
 
     // One JSON line per event sent, in order.
     std::vector<std::string> Lines() const;
+    // Polls Lines() until done accepts them or timeout passes; the last read.
+    std::vector<std::string> WaitFor(
+            const std::function<bool(const std::vector<std::string>&)>& done,
+            std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
 
 private:
     std::string mPath;
 };
+
+// What writeTo writes to the descriptor it is given, read back.
+std::string WrittenText(const std::function<void(int fd)>& writeTo);
 
 // What writer.Dump writes, read back.
 std::string DumpText(android::MediaLogBase& writer);

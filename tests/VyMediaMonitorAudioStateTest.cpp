@@ -1,0 +1,237 @@
+#include <chrono>
+#include <future>
+#include <string>
+#include <vector>
+
+#include <android/log.h>
+#include <gtest/gtest.h>
+
+#include "support/LogCapture.h"
+#include "support/MonitorHarness.h"
+#include "support/TestEnv.h"
+#include "support/WriterOutput.h"
+
+using namespace android;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+constexpr char kTag[] = "Vymedia_monitor";
+
+class MonitorAudioStateTest : public ::testing::Test {
+protected:
+    TempWorkDir mDir;
+    LogCapture mLog;
+};
+
+size_t CountContaining(const Lines& lines, const std::string& text) {
+    size_t count = 0;
+    for (const std::string& line : lines) {
+        count += line.find(text) != std::string::npos;
+    }
+    return count;
+}
+
+TEST_F(MonitorAudioStateTest, EachChangeRebuildsThePlayStatusFromThePackedWords) {
+    sp<MonitorHarness> s = new MonitorHarness;
+    // What each change passes to the play-status statistic; null: ignored.
+    const std::pair<std::function<void()>, const char*> steps[] = {
+        {[&] { s->MonitorSetForceUse(0, 3); }, "|0000000000000|F:196608 S:0 D:0"},
+        {[&] { s->MonitorSetForceUse(1, 2); }, "|0000000000000|F:196610 S:0 D:0"},
+        {[&] { s->MonitorSetForceUse(2, 9); }, nullptr},
+        {[&] { s->MonitorSetForceUse(1, 65536); }, "|0000000000000|F:262144 S:0 D:0"},
+        {[&] { s->MonitorSetForceUse(0, -1); }, "|0000000000000|F:4294901760 S:0 D:0"},
+        {[&] { s->MonitorBroadcastStream(1, 13); }, "|0000000000000|F:4294901760 S:8192 D:0"},
+        {[&] { s->MonitorBroadcastStream(1, 14); }, nullptr},
+        {[&] { s->MonitorBroadcastStream(1, -1); }, nullptr},
+        {[&] { s->MonitorBroadcastStream(2, 3); }, nullptr},
+        {[&] { s->MonitorBroadcastStream(1, 0); }, "|0000000000000|F:4294901760 S:8193 D:0"},
+        {[&] { s->MonitorBroadcastStream(0, 13); }, "|0000000000000|F:4294901760 S:1 D:0"},
+        {[&] { s->MonitorVolumeIndex(0, 5, 2); }, nullptr},
+        {[&] { s->MonitorVolumeIndex(14, 5, 2); }, nullptr},
+        {[&] { s->MonitorVolumeIndex(3, 7, 2); }, "|0000000000000|F:4294901760 S:1 D:0"},
+        {[&] { s->MonitorBroadcastDevice(0x80000002u); },
+         "|0070000000000|F:4294901760 S:1 D:2147483650"},
+        {[&] { s->MonitorVolumeIndex(3, 7, 4); }, "|0070000000000|F:4294901760 S:1 D:2147483650"},
+        {[&] { s->MonitorVolumeIndex(1, 10, 2); }, "|:070000000000|F:4294901760 S:1 D:2147483650"},
+        {[&] { s->MonitorVolumeIndex(13, 9, 1); }, "|:070000000000|F:4294901760 S:1 D:2147483650"},
+        {[&] { s->MonitorBroadcastDevice(1); }, "|0000000000009|F:4294901760 S:1 D:1"},
+        {[&] { s->MonitorBroadcastDevice(3); }, "|:070000000000|F:4294901760 S:1 D:3"},
+        {[&] { s->MonitorPlayingApp(nullptr); }, "|:070000000000|F:4294901760 S:1 D:3"},
+        {[&] { s->MonitorPlayingApp("com.app"); }, "com.app|:070000000000|F:4294901760 S:1 D:3"},
+    };
+    Lines expected;
+    for (const auto& [change, status] : steps) {
+        change();
+        if (status != nullptr) {
+            expected.push_back(std::string("PLAYING_STATUS|") + status);
+        }
+        EXPECT_EQ(s->StatusCalls(), expected);
+    }
+    EXPECT_EQ(mLog.Count(ANDROID_LOG_ERROR, kTag, "invalid volume source"), 2u);
+    EXPECT_EQ(mLog.Count(ANDROID_LOG_ERROR, kTag, "INVALID OPERATION: null pointer dereference"),
+              1u);
+    EXPECT_EQ(s->TakeQueued(), Lines()) << "statuses wait in their slot";
+    EXPECT_EQ(CountContaining(s->Flush(), "15:916600009 s=PLAYING_STATUS,,com.app,:07"), 1u);
+}
+
+TEST_F(MonitorAudioStateTest, AnAudioLossReportNeedsAnOutputAVolumeAndANewApp) {
+    sp<MonitorHarness> s = new MonitorHarness;
+    struct Case {
+        const char* app;
+        unsigned device;
+        int volume1;  // of source 6 on device 1
+        int volume2;  // and on device 2
+        const char* reason;
+        int subType;
+        bool passes;
+    };
+    const Case cases[] = {
+        {"", 2, 5, 5, "LOW", 0, false},  // the app of the last flush: none yet
+        {"a", 0, 5, 5, "LOW", 0, false},
+        {"a", 4, 5, 5, "MUTE", 0, false},
+        {"a", 2, 5, 0, "MUTE", 1, false},
+        {"a", 2, 0, 5, "MUTE", 1, true},
+        {"a", 2, 0, 5, "LOW", 0, false},  // once per app
+        {"b", 1, 5, 0, "MUTE", 3, true},
+        {"c", 3, 0, 5, "MUTE", 1, true},
+        {"d", 3, 5, 0, "MUTE", 1, true},
+        {"e", 2, 5, 0, "MUTE", -1, false},
+        {"e", 1, 0, 0, "MUTE", 0, true},
+        {"f", 0x80000001u, 0, 0, "LOW", 5, true},
+    };
+    ActAs(1041, 77);
+    for (const Case& c : cases) {
+        s->MonitorPlayingApp(c.app);
+        s->MonitorBroadcastDevice(c.device);
+        s->MonitorVolumeIndex(6, c.volume1, 1);
+        s->MonitorVolumeIndex(6, c.volume2, 2);
+        s->WriteLogMsg(901, 1, c.subType, String8(c.reason), String8("x"));
+        const Lines queued = s->TakeQueued();
+        const std::string exception =
+                "7:901 s=" + std::string(c.reason) + ",x, i=77,1," + std::to_string(c.subType) +
+                ",-1,-1";
+        const std::string label = std::string(c.app) + " " + c.reason;
+        if (!c.passes) {
+            EXPECT_EQ(queued, Lines()) << label;
+            continue;
+        }
+        ASSERT_EQ(queued.size(), 2u) << label;
+        EXPECT_EQ(queued[0].rfind("15:916600009 s=PLAYING_STATUS,," + std::string(c.app), 0), 0u)
+                << label;
+        EXPECT_EQ(queued[1], exception) << label;
+    }
+    EXPECT_EQ(mLog.CountContaining(kTag, "WriteLogMsg SendCacheEvent"), 6u);
+}
+
+TEST_F(MonitorAudioStateTest, APassingReportSendsTheActiveStreamsThenTheTenSlotsThenItself) {
+    sp<MonitorHarness> s = new MonitorHarness;
+    for (int stream : {3, 5, 12}) {
+        s->WriteBigData(916600001, "v", "p", "x", stream);
+    }
+    s->WriteBigData(916600004, "k", "p", "x");
+    for (int stream : {12, 13, 3}) {
+        s->MonitorBroadcastStream(1, stream);
+    }
+    s->MonitorPlayingApp("app");
+    s->MonitorBroadcastDevice(2);
+    mLog.Clear();
+    ActAs(1041, 77);
+    s->WriteLogMsg(901, 1, 0, String8("LOW"), String8("x"));
+    EXPECT_EQ(s->TakeQueued(),
+              Lines({"14:916600001 s=v,,p,,x i=0,0,3,0,0,0",
+                     "14:916600001 s=v,,p,,x i=0,0,12,0,0,0",
+                     "13:916600004 s=k,,p,,x i=0,0,0,0,0,0",
+                     "15:916600009 s=PLAYING_STATUS,,app,0000000000000,F:0 S:12296 D:2 "
+                     "i=0,0,0,0,0,0",
+                     "7:901 s=LOW,x, i=77,1,0,-1,-1"}));
+    Lines expected = {"INFO VyMediaMonitorService::WriteLogMsg SendCacheEvent",
+                      "ERROR Invalid stream type, stop sending BigDataEventStreamVolume"};
+    expected.insert(expected.end(), 8, "WARN BigDataEvent is nullptr, stop sending");
+    Lines lines;
+    for (const LogLine& line : mLog.Lines()) {
+        const char* level = line.priority == ANDROID_LOG_INFO   ? "INFO"
+                            : line.priority == ANDROID_LOG_WARN ? "WARN"
+                                                                : "ERROR";
+        lines.push_back(std::string(level) + " " + line.message);
+    }
+    EXPECT_EQ(lines, expected);
+}
+
+bool HasEvent(const Lines& lines, int id) {
+    return CountContaining(lines, "{\"id\":" + std::to_string(id) + ",") > 0;
+}
+
+TEST_F(MonitorAudioStateTest, AMuteReportUploadsWithTheAudioStateItHappenedInOncePerApp) {
+    EventLog events;
+    sp<LiveMonitorService> s = new LiveMonitorService;
+    const auto report = [&s](int eventId, const char* reason) {
+        s->WriteLogMsg(eventId, 1, 1, String8(reason), String8("AudioTrack"));
+        ActAs(1013);
+        s->ForceLogSend(0);
+    };
+    s->MonitorPlayingApp("com.example.player");
+    s->MonitorBroadcastDevice(2);
+    s->MonitorVolumeIndex(6, 5, 2);
+    report(901, "MUTE");
+    // The big-data writer uploads last.
+    Lines lines = events.WaitFor([](const Lines& l) { return HasEvent(l, 916600009); });
+    EXPECT_TRUE(HasEvent(lines, 901));
+    EXPECT_EQ(CountContaining(lines, R"("name":"Reason","str":"MUTE:1")"), 1u);
+    EXPECT_EQ(CountContaining(lines, R"({"id":916600009,)"), 1u);
+    for (const char* param : {R"("name":"PLAYING_STATUS","str":"com.example.player")",
+                              R"("name":"VOLUME","str":"0000050000000")",
+                              R"("name":"PARAMETER","str":"F:0 S:0 D:2")"}) {
+        EXPECT_EQ(CountContaining(lines, param), 1u) << param;
+    }
+
+    report(901, "MUTE");
+    report(902, "other");  // queued after the second report, uploaded after it
+    lines = events.WaitFor([](const Lines& l) { return HasEvent(l, 902); });
+    EXPECT_TRUE(HasEvent(lines, 902));
+    EXPECT_EQ(CountContaining(lines, "{\"id\":901,"), 1u);
+    s->StopWorker();
+}
+
+TEST_F(MonitorAudioStateTest, ClientThreadsCallingAtOnceLeaveTheWorkerServing) {
+    ScopedProperty debuggable("ro.media.debuggable", "true");  // dumps too
+    EventLog events;
+    sp<LiveMonitorService> s = new LiveMonitorService;
+    std::vector<std::future<void>> clients;
+    for (int t = 0; t < 4; ++t) {
+        clients.push_back(std::async(std::launch::async, [&s, t] {
+            ActAs(t % 2 == 0 ? 1013 : 1041);
+            const std::string app = "app" + std::to_string(t);
+            for (int i = 0; i < 200; ++i) {
+                s->MonitorPlayingApp(app.c_str());
+                s->MonitorSetForceUse(i % 2, i);
+                s->MonitorBroadcastStream(i % 2, t);
+                s->MonitorBroadcastDevice(static_cast<unsigned>(i % 4));
+                s->MonitorVolumeIndex(1 + t, i % 10, 1 + i % 2);
+                s->WriteLogMsg(901, 1, 0, String8(i % 2 == 0 ? "LOW" : "MUTE"), String8("x"));
+                s->WriteBigData(916600001, "v", "p", "x", i % 14);
+                s->WriteBigData(916600030, "h", i, i % 2);
+                s->ForceLogSend(0);
+                WrittenText([&s](int fd) { s->Dump(fd, {}); });
+            }
+        }));
+    }
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    for (std::future<void>& client : clients) {
+        ASSERT_EQ(client.wait_until(deadline), std::future_status::ready);
+    }
+    // The worker still serves: once the queue has room again (it may have
+    // filled and dropped), a report and a forced send go out.
+    ActAs(1013);
+    const auto served = [](const Lines& lines) { return HasEvent(lines, 903); };
+    bool uploaded = false;
+    while (!uploaded && std::chrono::steady_clock::now() < deadline) {
+        s->WriteLogMsg(903, 1, 0, String8("end"), String8("x"));
+        s->ForceLogSend(0);
+        uploaded = served(events.WaitFor(served, std::chrono::milliseconds(200)));
+    }
+    EXPECT_TRUE(uploaded);
+    s->StopWorker();
+}
+
+}  // namespace

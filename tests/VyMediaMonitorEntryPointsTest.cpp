@@ -1,0 +1,270 @@
+#include <limits.h>
+
+#include <functional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <android/log.h>
+#include <binder/Parcel.h>
+#include <gtest/gtest.h>
+
+#include "support/LogCapture.h"
+#include "support/MonitorHarness.h"
+#include "support/TestEnv.h"
+#include "support/WriterOutput.h"
+
+using namespace android;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+constexpr char kTag[] = "Vymedia_monitor";
+constexpr char kNullLine[] = "INVALID OPERATION: null pointer dereference";
+constexpr char kUnknownLine[] = "Unknown bigdata type, stop saving";
+
+class MonitorEntryPointsTest : public ::testing::Test {
+protected:
+    // A service whose start-up lines are already taken.
+    sp<MonitorHarness> MakeService() {
+        sp<MonitorHarness> service = new MonitorHarness;
+        mLog.Clear();
+        return service;
+    }
+
+    // The service's lines since the last call, "<priority> <message>".
+    Lines TakeServiceLines() {
+        Lines lines;
+        for (const LogLine& line : mLog.Lines()) {
+            if (line.tag == kTag) {
+                lines.push_back(std::to_string(line.priority) + " " + line.message);
+            }
+        }
+        mLog.Clear();
+        return lines;
+    }
+
+    ScopedProperty mDebuggable{"ro.media.debuggable", "true"};
+    TempWorkDir mDir;
+    LogCapture mLog;
+};
+
+TEST(MonitorAccessTest, CheckUidAdmitsExactlyTheSixMediaUids) {
+    std::set<int> admitted;
+    for (int uid = -2000; uid < 200000; ++uid) {
+        if (VyMediaMonitorService::CheckUid(uid)) {
+            admitted.insert(uid);
+        }
+    }
+    EXPECT_EQ(admitted, (std::set<int>{1005, 1006, 1013, 1031, 1040, 1046}));
+    EXPECT_FALSE(VyMediaMonitorService::CheckUid(INT_MIN));
+    EXPECT_FALSE(VyMediaMonitorService::CheckUid(INT_MAX));
+}
+
+TEST_F(MonitorEntryPointsTest, OnlyTheFirstThreeOperationsRefuseOtherUidsWithALine) {
+    sp<MonitorHarness> s = MakeService();
+    const std::string radar = DumpText(*s->mExceptionLogWriter);
+    ActAs(1047, 321);
+    s->ForceLogSend(1);
+    s->WriteLogMsg(3, 9, "direct");
+    s->WriteMediaBigData(7, 10000, "m");
+    s->WriteLogMsg(901, 1, 2, String8("mute"), String8("app"));  // not an audio loss
+    s->WriteLogMsg(902, 3, 4, String8("MUTE"), String8("app"), 5, String8("c"), 903);
+    s->WriteKpis(String8("916019001=1"));
+    EXPECT_EQ(s->TakeQueued(), Lines({"7:901 s=mute,app, i=321,1,2,-1,-1",
+                                      "8:902 s=MUTE,app,c i=321,3,4,5,903",
+                                      "9:0 s=916019001=1 i="}));
+    EXPECT_EQ(DumpText(*s->mExceptionLogWriter), radar);
+    const std::string from = " VyMediaMonitorService from pid=321, uid=1047\n";
+    EXPECT_EQ(TakeServiceLines(), Lines({"4 Permission Denial: can't ForceLogSend" + from,
+                                         "4 Permission Denial: can't WriteLogMsg" + from,
+                                         "4 Permission Denial: can't WriteMediaBigData" + from}));
+
+    ActAs(1013);
+    s->ForceLogSend(5);
+    s->WriteLogMsg(3, 2, nullptr);
+    s->WriteLogMsg(3, 9, "direct");  // to the writer at once
+    EXPECT_EQ(s->TakeQueued(), Lines({"16:0 s= i=-1,5,-1", "1:0 s= i=-1,3,2"}));
+    EXPECT_NE(DumpText(*s->mExceptionLogWriter).find("direct"), std::string::npos);
+    EXPECT_EQ(mLog.Count(ANDROID_LOG_ERROR, kTag, kNullLine), 1u);
+
+    ScopedProperty radarOff("ro.media.radar", "0");
+    sp<MonitorHarness> withoutRadar = MakeService();
+    withoutRadar->WriteLogMsg(4, 9, "queued");
+    EXPECT_EQ(withoutRadar->TakeQueued(), Lines({"1:0 s=queued i=-1,4,9"}));
+}
+
+TEST_F(MonitorEntryPointsTest, FileMessagesFollowTheTypeFlagsAndTheRangeOnlyAfterABadFlag) {
+    sp<MonitorHarness> s = MakeService();
+    // Beside the registered types: one for both files, and flags of no file.
+    for (auto [type, flag] : {std::pair{30000, 3}, {15000, 4}, {25000, 0}, {5000, 7}}) {
+        s->mStaticTypeFlags.add(type, flag);
+    }
+    ActAs(1013);
+    const std::pair<int, const char*> cases[] = {
+        {10000, "2"},   {20100, "3"},   {20000, "3"},     {30000, "4"},  {15000, "2"},
+        {25000, "3"},   {5000, nullptr}, {10001, nullptr}, {25001, nullptr},
+        {-1, nullptr},  {INT_MAX, nullptr},
+    };
+    for (auto [type, eventType] : cases) {
+        s->WriteMediaBigData(77, type, "m");
+        EXPECT_EQ(s->TakeQueued(), eventType == nullptr
+                                           ? Lines()
+                                           : Lines({std::string(eventType) + ":0 s=m i=77,-1," +
+                                                    std::to_string(type)}))
+                << type;
+    }
+    EXPECT_EQ(TakeServiceLines(), Lines({"3 bad flag used for bigdata type: 15000",
+                                         "3 bad flag used for bigdata type: 25000",
+                                         "3 bad flag used for bigdata type: 5000"}));
+}
+
+TEST_F(MonitorEntryPointsTest, DumpNeedsDebuggableAValidFdAndTheMediaUidOrThePermission) {
+    ScopedProperty flow("ro.media.bdflow", "1");
+    sp<MonitorHarness> s = MakeService();
+    // Something distinct in each writer (the count writer is off).
+    s->mExceptionLogWriter->WriteLogMsg(1, 2, String8("radar"));
+    s->mBDFlowWriter->WriteBigDataMsg(1, 10000, String8("flow"));
+    s->mExceptionWriter->WriteException(1, 901, 1, 0, String8("exception"), String8(""));
+    s->mKpiWriter->WriteKpis(String8("916019003=1"));
+    s->mBigDataWriter->WriteBigData(916220004, String8("bigdata"), 5, 6);
+    const std::string all = DumpText(*s->mExceptionLogWriter) + DumpText(*s->mBDFlowWriter) +
+                            DumpText(*s->mExceptionWriter) + DumpText(*s->mKpiWriter) +
+                            DumpText(*s->mBigDataWriter);
+    mLog.Clear();
+    const auto dump = [](const sp<MonitorHarness>& service) {
+        return WrittenText([&service](int fd) { EXPECT_EQ(service->Dump(fd, {}), NO_ERROR); });
+    };
+    for (uid_t uid : {1013, 2000, 1000, 0}) {
+        ActAs(uid);
+        EXPECT_EQ(dump(s), all) << uid;
+    }
+    ActAs(1047, 321);
+    EXPECT_EQ(dump(s), "Permission Denial: can't Dump mediaMonitor from pid=321, uid=1047\n");
+    EXPECT_EQ(s->Dump(-1, {}), NO_ERROR);
+    EXPECT_EQ(TakeServiceLines(), Lines({"5 VyMediaMonitorService Dump fd is invalid"}));
+
+    ActAs(1013);
+    const std::string transacted = WrittenText([&s](int fd) {
+        Parcel data;
+        Parcel reply;
+        data.writeFileDescriptor(fd);
+        data.writeInt32(0);
+        EXPECT_EQ(s->transact(IBinder::DUMP_TRANSACTION, data, &reply), NO_ERROR);
+    });
+    EXPECT_EQ(transacted, all);
+
+    ScopedProperty notDebuggable("ro.media.debuggable", "false");
+    sp<MonitorHarness> quiet = MakeService();
+    EXPECT_EQ(dump(quiet), "");
+    EXPECT_EQ(quiet->Dump(-1, {}), NO_ERROR);
+    EXPECT_EQ(TakeServiceLines(), Lines());
+}
+
+TEST_F(MonitorEntryPointsTest, BigDataOverloadsQueueOrRejectByTheirIdTables) {
+    sp<MonitorHarness> s = MakeService();
+    const std::string error = std::to_string(ANDROID_LOG_ERROR) + " ";
+    const std::string warn = std::to_string(ANDROID_LOG_WARN) + " ";
+    const std::string nullLine = error + kNullLine;
+    const std::string unknown = error + kUnknownLine;
+    const std::string huge(100000, 'x');
+    const auto pkgType = [&s](int eventId, int n) {
+        return [&s, eventId, n] { s->WriteBigData(eventId, "a", "b", "c", n); };
+    };
+    const auto badUsage = [](const std::string& level) {
+        return level + "Invalid usage type, stop writing";
+    };
+    struct Case {
+        std::function<void()> call;
+        Lines queued;
+        Lines lines;
+    };
+    const Case cases[] = {
+        {[&] { s->WriteBigData(916000001, "a", 1, INT_MIN); },
+         {"10:916000001 s=a,,,, i=1,-2147483648,0,0,0,0"}, {}},
+        {[&] { s->WriteBigData(916019104, huge.c_str(), "b", 3, 4); },
+         {"12:916019104 s=" + huge + ",,b,, i=3,4,0,0,0,0"}, {}},
+        {[&] { s->WriteBigData(916120001, "a", nullptr, -5); },
+         {"11:916120001 s=a,,,, i=0,-5,0,0,0,0"}, {nullLine}},
+        {[&] { s->WriteBigData(916700014, "a", 5, 6, 7); },
+         {"18:916700014 s=,,a,, i=0,0,0,5,6,7"}, {}},
+        {[&] { s->WriteBigData(916700001, "", 1, 2, 3, 4); },
+         {"17:916700001 s=,,,, i=0,0,1,2,3,4"}, {}},
+        {[&] { s->WriteBigData(918017002, "a", nullptr, "c", "d", 1, 2, 3); },
+         {"19:918017002 s=a,,c,d i=1,2,3"}, {nullLine}},
+        // The two widest take a null silently.
+        {[&] { s->WriteBigData(918017008, "a", "b", nullptr, "d", "e", 1); },
+         {"20:918017008 s=a,b,,d,e i=1"}, {}},
+        {[&] { s->WriteBigData(918017009, nullptr, "b", "c", "d", "e", "f", 1); },
+         {"21:918017009 s=,b,c,d,e,f i=1"}, {}},
+        {[&] { s->WriteBigData(916000000, "a", "b", "c", -7); },
+         {"14:916000000 s=a,,b,,c i=0,0,-7,0,0,0"}, {}},
+        {pkgType(916600007, 2), {}, {badUsage(warn)}},
+        {pkgType(916600007, 9), {}, {badUsage(warn)}},
+        {pkgType(916600007, 10), {}, {badUsage(error)}},
+        {pkgType(916600007, -1), {}, {badUsage(error)}},
+        {pkgType(916600001, 13), {}, {error + "Invalid stream type, stop writing"}},
+        {pkgType(916600001, -1), {}, {error + "Invalid stream type, stop writing"}},
+        {pkgType(916600002, 0), {}, {unknown}},
+        {[&] { s->WriteBigData(916600008, "a", "b", "c", "d"); }, {}, {unknown}},
+    };
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        cases[i].call();
+        EXPECT_EQ(s->TakeQueued(), cases[i].queued) << "case " << i;
+        EXPECT_EQ(TakeServiceLines(), cases[i].lines) << "case " << i;
+    }
+    for (int id : {916600010, 916600011, 916600038, 916600039, 990971022}) {
+        s->WriteBigData(id, "a", "b", "c");
+        EXPECT_EQ(s->TakeQueued(),
+                  Lines({"13:" + std::to_string(id) + " s=a,,b,,c i=0,0,0,0,0,0"}));
+    }
+    for (int id : {916600001, 916600009, 916600012, 916600037, 916600040, 990971021}) {
+        s->WriteBigData(id, "a", "b", "c");
+        EXPECT_EQ(TakeServiceLines(), Lines({unknown})) << id;
+    }
+    EXPECT_EQ(s->TakeQueued(), Lines());
+}
+
+TEST_F(MonitorEntryPointsTest, CachedStatisticsWaitForAFlushAndTheHeldOneForItsRequest) {
+    sp<MonitorHarness> s = MakeService();
+    EXPECT_EQ(s->Flush(), Lines());
+    s->WriteBigData(916600030, "x", 1, 1);  // nothing held yet
+    EXPECT_EQ(mLog.Count(ANDROID_LOG_WARN, kTag, "BigDataEvent is nullptr, stop sending"), 11u);
+
+    for (int id = 916600008; id >= 916600002; --id) {
+        s->WriteBigData(id, "old", "p", std::to_string(id).c_str());
+    }
+    s->WriteBigData(916600003, "new", "p", "x");
+    s->WriteBigData(916600007, "u", "p", "x", 1);
+    s->WriteBigData(916600007, "u", "p", "x", 0);
+    s->WriteBigData(916600001, "v", "p", "x", 12);
+    s->WriteBigData(916600001, "v", "p", "x", 0);  // stream 0 stays inactive
+    s->MonitorBroadcastStream(1, 12);
+    s->WriteBigData(916600030, "h", 7, 0);
+    EXPECT_EQ(s->TakeQueued(), Lines());
+    const Lines flushed = s->Flush();
+    const auto pkg = [](int id) {
+        return "13:" + std::to_string(id) + " s=old,,p,," + std::to_string(id) + " i=0,0,0,0,0,0";
+    };
+    EXPECT_EQ(flushed, Lines({"14:916600001 s=v,,p,,x i=0,0,12,0,0,0", pkg(916600002),
+                              "13:916600003 s=new,,p,,x i=0,0,0,0,0,0", pkg(916600004),
+                              pkg(916600005), pkg(916600006), pkg(916600007),
+                              "14:916600007 s=u,,p,,x i=0,0,0,0,0,0",
+                              "14:916600007 s=u,,p,,x i=0,0,1,0,0,0",
+                              "15:916600009 s=PLAYING_STATUS,,,0000000000000,F:0 S:4096 D:0 "
+                              "i=0,0,0,0,0,0",
+                              pkg(916600008)}));
+    EXPECT_EQ(s->Flush(), flushed) << "sending keeps the slots";
+
+    s->WriteBigData(916600030, "ignored", 9, 1);
+    s->WriteBigData(916600030, "ignored", 9, 1);
+    const std::vector<sp<VyMediaMonitorService::LogSrvEvent>> held = s->TakeQueuedEvents();
+    ASSERT_EQ(held.size(), 2u);
+    EXPECT_EQ(held[0], held[1]);
+    EXPECT_EQ(Describe(held[0]), "10:916600030 s=h,,,, i=7,0,0,0,0,0");
+    s->WriteBigData(916600030, "h2", 8, 2);
+    s->WriteBigData(916600030, nullptr, 0, 1);
+    EXPECT_EQ(s->TakeQueued(), Lines({"10:916600030 s=h2,,,, i=8,2,0,0,0,0"}));
+}
+
+}  // namespace

@@ -1,0 +1,83 @@
+// The service behind the host transport, called by the client program run
+// as another uid: the caller check sees the kernel's identity of the caller.
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include <android/log.h>
+#include <gtest/gtest.h>
+
+#include "support/ClientProcess.h"
+#include "support/LogCapture.h"
+#include "support/MonitorHarness.h"
+#include "support/TestEnv.h"
+#include "support/WriterOutput.h"
+
+using namespace android;
+
+namespace {
+
+constexpr char kName[] = "Vymedia.monitor";
+
+class MonitorRemoteTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (geteuid() != 0) {
+            GTEST_SKIP() << "calling from another uid needs root";
+        }
+    }
+
+    // Runs the client program (it calls every operation) as uid against
+    // service; its pid once it has ended.
+    pid_t RunClient(const sp<IBinder>& service, uid_t uid) {
+        const ClientRun run =
+                RunClientProcess(BINDER_TEST_CLIENT, kName, std::to_string(uid), service);
+        EXPECT_EQ(run.status, 0) << run.output;
+        return atoi(run.output.c_str());
+    }
+
+    ScopedBinderDir mBinderDir;
+    TempWorkDir mDir;
+    LogCapture mLog;
+};
+
+TEST_F(MonitorRemoteTest, ARefusedUidIsNamedByItsKernelIdentityAndQueuesNothingChecked) {
+    sp<MonitorHarness> service = new MonitorHarness;
+    const pid_t pid = RunClient(service, 1047);
+    for (const char* operation : {"ForceLogSend", "WriteLogMsg", "WriteMediaBigData"}) {
+        EXPECT_TRUE(mLog.Contains(ANDROID_LOG_INFO, "Vymedia_monitor",
+                                  std::string("Permission Denial: can't ") + operation +
+                                          " VyMediaMonitorService from pid=" +
+                                          std::to_string(pid) + ", uid=1047\n"))
+                << operation << "\n"
+                << mLog.ToString();
+    }
+    std::vector<std::string> queued = service->TakeQueued();
+    ASSERT_FALSE(queued.empty()) << "the unchecked operations went through";
+    for (const std::string& event : queued) {
+        const int type = atoi(event.c_str());
+        EXPECT_TRUE(type > 4 && type != 16) << event;
+    }
+}
+
+TEST_F(MonitorRemoteTest, TheMediaUidsForcedSendUploadsWhatTheExceptionWriterHolds) {
+    EventLog events;
+    sp<LiveMonitorService> service = new LiveMonitorService;
+    service->WriteLogMsg(901, 1, 0, String8("held"), String8("app"));
+    RunClient(service, 1013);
+    const auto uploaded = [](const std::vector<std::string>& lines) {
+        for (const std::string& line : lines) {
+            if (line.rfind("{\"id\":901,", 0) == 0) {
+                return true;
+            }
+        }
+        return false;
+    };
+    EXPECT_TRUE(uploaded(events.WaitFor(uploaded)));
+    EXPECT_EQ(mLog.CountContaining("Vymedia_monitor", "Permission Denial"), 0u);
+    service->StopWorker();
+}
+
+}  // namespace

@@ -1,0 +1,160 @@
+#include "support/MonitorHarness.h"
+
+#include <chrono>
+#include <thread>
+
+#include <binder/IPCThreadState.h>
+#include <gtest/gtest.h>
+
+using namespace android;
+using Service = VyMediaMonitorService;
+
+void ActAs(uid_t uid, pid_t pid) {
+    IPCThreadState::self()->restoreCallingIdentity((static_cast<int64_t>(uid) << 32) |
+                                                   static_cast<uint32_t>(pid));
+}
+
+namespace {
+
+std::string Join(const std::vector<std::string>& parts) {
+    std::string joined;
+    for (size_t i = 0; i < parts.size(); ++i) {
+        joined += (i > 0 ? "," : "") + parts[i];
+    }
+    return joined;
+}
+
+std::string Texts(std::initializer_list<const String8*> texts) {
+    std::vector<std::string> parts;
+    for (const String8* text : texts) {
+        parts.emplace_back(text->c_str());
+    }
+    return Join(parts);
+}
+
+std::string Numbers(std::initializer_list<int32_t> numbers) {
+    std::vector<std::string> parts;
+    for (const int32_t number : numbers) {
+        parts.push_back(std::to_string(number));
+    }
+    return Join(parts);
+}
+
+std::string Describe(int32_t type, int32_t eventId, const std::string& texts,
+                     const std::string& numbers) {
+    return std::to_string(type) + ":" + std::to_string(eventId) + " s=" + texts + " i=" + numbers;
+}
+
+// Stops thread and waits until the thread has let go of its own reference:
+// the caller's one is then the last, and the object dies on the caller's
+// thread rather than on its own.
+void StopThread(const sp<Service::LogSendThread>& thread) {
+    thread->Exit();
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (thread->getStrongCount() > 1 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_EQ(thread->getStrongCount(), 1) << "the worker did not end";
+}
+
+}  // namespace
+
+void LiveMonitorService::StopWorker() {
+    if (mLogSendThread != nullptr) {
+        StopThread(mLogSendThread);
+    }
+}
+
+std::string Describe(const sp<Service::LogSrvEvent>& event) {
+    Service::LogSrvEvent* e = event.get();
+    if (const auto* b = dynamic_cast<Service::BigDataEvent*>(e)) {
+        return Describe(b->type, b->eventId,
+                        Texts({&b->subType, &b->extStr, &b->pkgName, &b->extStr2, &b->param}),
+                        Numbers({b->ext1, b->ext2, b->para1, b->para2, b->para3, b->para4}));
+    }
+    if (const auto* x = dynamic_cast<Service::ExceptionEvent*>(e)) {
+        return Describe(x->type, x->eventId, Texts({&x->reason, &x->callingApp, &x->paraChar}),
+                        Numbers({x->pid, x->eventLevel, x->subType, x->paraInt,
+                              x->associatedEventId}));
+    }
+    if (const auto* v = dynamic_cast<Service::VideoBigDataEvent*>(e)) {
+        return Describe(v->type, v->eventId, Texts({&v->str1, &v->str2, &v->str3, &v->str4}),
+                        Numbers({v->int1, v->int2, v->int3}));
+    }
+    if (const auto* c = dynamic_cast<Service::VideoMediaCodecErrorBigDataEvent*>(e)) {
+        return Describe(c->type, c->eventId,
+                        Texts({&c->str1, &c->str2, &c->str3, &c->str4, &c->str5}),
+                        Numbers({c->int1}));
+    }
+    if (const auto* c = dynamic_cast<Service::VideoMediaCatonVagueBigDataEvent*>(e)) {
+        return Describe(c->type, c->eventId,
+                        Texts({&c->str1, &c->str2, &c->str3, &c->str4, &c->str5, &c->str6}),
+                        Numbers({c->int1}));
+    }
+    if (const auto* k = dynamic_cast<Service::KpiEvent*>(e)) {
+        return Describe(k->type, 0, k->kpis.c_str(), "");
+    }
+    return Describe(e->type, 0, e->msg.c_str(), Numbers({e->pid, e->prior, e->subType}));
+}
+
+// Never started: events queue up until the test takes them.
+class MonitorHarness::HeldQueue : public Service::LogSendThread {
+public:
+    explicit HeldQueue(const wp<Service>& service) : LogSendThread(service) {}
+
+    std::vector<sp<LogSrvEvent>> Take() {
+        Mutex::Autolock lock(mQueueLock);
+        std::vector<sp<LogSrvEvent>> events(mEventQueue.begin(), mEventQueue.end());
+        mEventQueue.clear();
+        return events;
+    }
+
+protected:
+    void onFirstRef() override {}
+};
+
+MonitorHarness::MonitorHarness() {
+    if (mLogSendThread != nullptr) {
+        const sp<LogSendThread> worker = mLogSendThread;
+        mHeldQueue = new HeldQueue(this);
+        mLogSendThread = mHeldQueue;
+        StopThread(worker);
+    }
+}
+
+MonitorHarness::~MonitorHarness() = default;
+
+std::vector<sp<Service::LogSrvEvent>> MonitorHarness::TakeQueuedEvents() {
+    return mHeldQueue != nullptr ? mHeldQueue->Take() : std::vector<sp<LogSrvEvent>>();
+}
+
+std::vector<std::string> MonitorHarness::TakeQueued() {
+    std::vector<std::string> described;
+    for (const sp<LogSrvEvent>& event : TakeQueuedEvents()) {
+        described.push_back(Describe(event));
+    }
+    return described;
+}
+
+std::vector<std::string> MonitorHarness::Flush() {
+    {
+        Mutex::Autolock lock(mLock);
+        GetActiveStream();
+        SendCacheEvent();
+    }
+    return TakeQueued();
+}
+
+std::vector<std::string> MonitorHarness::StatusCalls() {
+    std::lock_guard<std::mutex> lock(mStatusMutex);
+    return mStatusCalls;
+}
+
+void MonitorHarness::WriteBigData(int eventId, const char* s1, const char* s2, const char* s3,
+                                  const char* s4) {
+    {
+        std::lock_guard<std::mutex> lock(mStatusMutex);
+        mStatusCalls.push_back(std::string(s1) + "|" + s2 + "|" + s3 + "|" + s4);
+    }
+    VyMediaMonitorService::WriteBigData(eventId, s1, s2, s3, s4);
+}
