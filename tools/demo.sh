@@ -1,7 +1,7 @@
 #!/bin/sh
 # make demo: runs the service on this machine in a fresh folder, replays the
-# example trace into it, forces a send and prints what it recorded and
-# uploaded, then stops it and prints its shutdown uploads.
+# example trace into it, prints what it holds, forces a send and prints the
+# uploads, then stops it and prints its shutdown uploads.
 # Usage: tools/demo.sh BUILD_DIR (built with the tools and the host libvexel.so).
 set -eu
 src=$(cd "$(dirname "$0")/.." && pwd)
@@ -30,19 +30,27 @@ trap 'kill "$host" 2>/dev/null || true' EXIT
 
 section "replaying examples/demo.trace"
 "$vymm" --wait 10000 replay $skip "$src/examples/demo.trace"
-printf 'as 1013\nForceLogSend i32 0\n' >"$dir/force-send.trace"
-"$vymm" replay $skip "$dir/force-send.trace"
-echo "done; a send was forced (ForceLogSend as uid 1013)"
 
+# What the service holds comes before the forced send, which uploads the
+# records and empties both record files.
 section "vymm dump"
 "$vymm" dump
-section "vymm events (uploaded so far)"
-"$vymm" events
-before=$("$vymm" events | wc -l)
 for file in mediaBDflow.log mediaBDcont.log; do
     section "data/log/$file"
-    cat "$dir/data/log/$file"
+    if [ -s "$dir/data/log/$file" ]; then
+        cat "$dir/data/log/$file"
+    else
+        echo "(empty: the records are still in the writer's memory, see the dump)"
+    fi
 done
+
+section "forcing a send (ForceLogSend as uid 1013)"
+# The pause lets the worker send before the uploads are listed.
+printf 'as 1013\nForceLogSend i32 0\nsleep 500\n' >"$dir/force-send.trace"
+"$vymm" replay $skip "$dir/force-send.trace"
+section "vymm events: the uploads"
+"$vymm" events
+before=$("$vymm" events | wc -l)
 
 section "SIGTERM: the shutdown uploads"
 kill -TERM "$host"
