@@ -31,6 +31,7 @@ Service::LogSendThread::LogSendThread(const wp<VyMediaMonitorService>& service)
     : Thread(true),
       mQueueLimit(kQueueLimit),
       mService(service),
+      mQueueBytes(0),
       mDebuggable(false),
       mWriteCheckDuration(0) {}
 
@@ -61,13 +62,24 @@ status_t Service::LogSendThread::readyToRun() {
 }
 
 void Service::LogSendThread::SendLogEvent(const sp<LogSrvEvent>& event) {
+    const size_t bytes = QueueBytes(*event);
     Mutex::Autolock lock(mQueueLock);
-    if (mEventQueue.size() < static_cast<size_t>(mQueueLimit)) {
-        mEventQueue.push_back(event);
-        mQueueCond.signal();
-    } else if (mDebuggable) {
-        ALOGE("eventQueue full: too many events blocked!");
+    if (mEventQueue.size() >= static_cast<size_t>(mQueueLimit)) {
+        if (mDebuggable) {
+            ALOGE("eventQueue full: too many events blocked!");
+        }
+        return;
     }
+    if (mQueueBytes + bytes > MAX_QUEUE_BYTES) {
+        if (mQueueBytesLog.Allow()) {
+            ALOGE("eventQueue full: %zu bytes waiting, dropping an event of %zu bytes",
+                  mQueueBytes, bytes);
+        }
+        return;
+    }
+    mEventQueue.push_back(event);
+    mQueueBytes += bytes;
+    mQueueCond.signal();
 }
 
 void Service::LogSendThread::Exit() {
@@ -92,6 +104,7 @@ bool Service::LogSendThread::threadLoop() {
             }
             event = mEventQueue[0];
             mEventQueue.removeAt(0);
+            mQueueBytes -= QueueBytes(*event);
         }
         // Dropping the last reference here may destroy the service on this
         // thread; its shutdown then stops this loop without waiting for it.
@@ -111,7 +124,10 @@ bool Service::LogSendThread::WaitForEvent() {
         // The idle period counts from the last wake-up.
         const status_t result = mQueueCond.waitRelative(mQueueLock, mWriteCheckDuration);
         if (result == -ETIMEDOUT && mEventQueue.isEmpty()) {
-            mEventQueue.push_back(new LogSrvEvent(EVENT_WRITE_CHECK, -1, -1, String8(), false));
+            const sp<LogSrvEvent> check =
+                    new LogSrvEvent(EVENT_WRITE_CHECK, -1, -1, String8(), false);
+            mEventQueue.push_back(check);
+            mQueueBytes += QueueBytes(*check);
         }
     }
     return !exitPending();

@@ -38,6 +38,7 @@
 #include <utils/Thread.h>
 #include <utils/Vector.h>
 
+#include "writers/LogRateLimiter.h"
 #include "writers/MediaBDCountWriter.h"
 #include "writers/MediaBDFlowWriter.h"
 #include "writers/MediaBigDataWriter.h"
@@ -84,6 +85,9 @@ public:
         // value lands in pid for a big-data file message, else in prior.
         LogSrvEvent(EventType type, int value, int subType, String8 msg, bool isBigData);
 
+        // Bytes of the texts the event holds, which a client chooses.
+        virtual size_t TextBytes() const { return msg.size(); }
+
         EventType type;
         int32_t pid;
         int32_t prior;
@@ -103,6 +107,10 @@ public:
                        String8 reason, String8 callingApp, int paraInt, String8 paraChar,
                        int associatedEventId);
 
+        size_t TextBytes() const override {
+            return reason.size() + callingApp.size() + paraChar.size();
+        }
+
         int32_t pid;
         int32_t eventId;
         int32_t eventLevel;
@@ -117,6 +125,7 @@ public:
     class KpiEvent : public LogSrvEvent {
     public:
         KpiEvent(EventType type, const String8& kpis);
+        size_t TextBytes() const override { return kpis.size(); }
 
         String8 kpis;  // the whole record text, parsed by the KPI writer
     };
@@ -136,6 +145,11 @@ public:
         BigDataEvent(EventType type, int eventId, String8 s1, String8 s2, String8 s3, String8 s4);
         BigDataEvent(EventType type, int eventId, String8 s, int a, int b, int c, int d);
         BigDataEvent(EventType type, int eventId, String8 s, int b, int c, int d);
+
+        size_t TextBytes() const override {
+            return subType.size() + extStr.size() + pkgName.size() + extStr2.size() +
+                   param.size();
+        }
 
         int32_t eventId;
         String8 subType;
@@ -159,6 +173,9 @@ public:
     public:
         VideoBigDataEvent(int eventId, String8 str1, String8 str2, String8 str3, String8 str4,
                           int int1, int int2, int int3);
+        size_t TextBytes() const override {
+            return str1.size() + str2.size() + str3.size() + str4.size();
+        }
 
         int32_t eventId;
         String8 str1, str2, str3, str4;
@@ -169,6 +186,9 @@ public:
     public:
         VideoMediaCodecErrorBigDataEvent(int eventId, String8 str1, String8 str2, String8 str3,
                                          String8 str4, String8 str5, int int1);
+        size_t TextBytes() const override {
+            return str1.size() + str2.size() + str3.size() + str4.size() + str5.size();
+        }
 
         int32_t eventId;
         String8 str1, str2, str3, str4, str5;
@@ -179,6 +199,10 @@ public:
     public:
         VideoMediaCatonVagueBigDataEvent(int eventId, String8 str1, String8 str2, String8 str3,
                                          String8 str4, String8 str5, String8 str6, int int1);
+        size_t TextBytes() const override {
+            return str1.size() + str2.size() + str3.size() + str4.size() + str5.size() +
+                   str6.size();
+        }
 
         int32_t eventId;
         String8 str1, str2, str3, str4, str5, str6;
@@ -196,8 +220,9 @@ public:
         explicit LogSendThread(const wp<VyMediaMonitorService>& service);
         ~LogSendThread() override;
 
-        // Queues event, or drops it when mQueueLimit events are waiting.
-        // Never waits for anything but mQueueLock.
+        // Queues event, or drops it when mQueueLimit events, or
+        // MAX_QUEUE_BYTES, are waiting. Never waits for anything but
+        // mQueueLock.
         void SendLogEvent(const sp<LogSrvEvent>& event) EXCLUDES(mQueueLock);
         // Stops the thread and waits for it to end, unless called on the
         // thread itself; queued events are not dispatched.
@@ -211,11 +236,20 @@ public:
         status_t readyToRun() override;
         bool threadLoop() override;
 
+        // A client picks the length of an event's texts (up to a whole
+        // transaction), so the count alone does not bound the queue. Real
+        // events carry a few hundred bytes: a full queue of them is far below
+        // the limit, which only stops a flood.
+        static constexpr size_t MAX_QUEUE_BYTES = 2 * 1024 * 1024;
+        // Charged per event besides its texts: the event and its buffers.
+        static constexpr size_t QUEUE_EVENT_BYTES = 128;
+
         const int32_t mQueueLimit;
         Mutex mQueueLock;
         Condition mQueueCond;  // on the monotonic clock; an event was queued
         const wp<VyMediaMonitorService> mService;
         Vector<sp<LogSrvEvent>> mEventQueue GUARDED_BY(mQueueLock);  // FIFO
+        size_t mQueueBytes GUARDED_BY(mQueueLock);  // as MAX_QUEUE_BYTES counts them
         // Set by onFirstRef, before the thread starts.
         bool mDebuggable;
         int64_t mWriteCheckDuration;  // nanoseconds
@@ -224,6 +258,11 @@ public:
         // Waits until an event is queued, or queues a write check after an
         // idle period; false when an exit is pending instead.
         bool WaitForEvent() REQUIRES(mQueueLock);
+        static size_t QueueBytes(const LogSrvEvent& event) {
+            return QUEUE_EVENT_BYTES + event.TextBytes();
+        }
+
+        LogRateLimiter mQueueBytesLog;  // the refusal line, at most once a second
 
         // The thread's kernel id, set by the thread itself: Exit must not
         // wait for the thread it runs on.

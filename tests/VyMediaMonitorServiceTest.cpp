@@ -342,6 +342,35 @@ TEST_F(ServiceTest, QueueHoldsAtMost512EventsAndDispatchesThemInArrivalOrder) {
     EXPECT_EQ(dispatched, expected);
 }
 
+TEST_F(ServiceTest, QueueRefusesEventsPastItsByteLimitLoggingAtMostOnceASecond) {
+    ServiceProbe* probe = &Start();
+    const String8 text(std::string(100 * 1024, 'x').c_str());
+    constexpr int32_t kFirst = 4000000;
+    const auto start = std::chrono::steady_clock::now();
+    probe->mDispatchLock.lock();
+    for (int32_t i = 0; i < 100; ++i) {
+        probe->Queue(new Service::LogSrvEvent(static_cast<Service::EventType>(kFirst + i), -1, -1,
+                                              text, false));
+    }
+    probe->mDispatchLock.unlock();
+    ASSERT_TRUE(probe->Drain(mLog));
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(
+            std::chrono::steady_clock::now() - start);
+
+    // 2 MiB hold 20 of them, 21 when the worker took the first one early.
+    const size_t refusals = mLog.CountContaining(kTag, "bytes waiting, dropping an event of");
+    EXPECT_GE(refusals, 1u);
+    EXPECT_LE(refusals, 1u + seconds.count());
+    for (int32_t i = 0; i < 100; ++i) {
+        if (i != 20) {
+            EXPECT_EQ(mLog.Count(ANDROID_LOG_ERROR, kTag,
+                                 "OnSrvEvent unknown event type " + std::to_string(kFirst + i)),
+                      i < 20 ? 1u : 0u)
+                    << i;
+        }
+    }
+}
+
 TEST_F(ServiceTest, AnIdleWorkerQueuesAWriteCheckThatLetsDueWritersUpload) {
     ScopedProperty check("ro.media.checkduration", "1");
     ScopedProperty upload("ro.media.uploadduration", "2");
