@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/inotify.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -134,20 +135,41 @@ std::string ReadFile(const std::string& path) {
     return text.str();
 }
 
-std::vector<std::string> Events(const std::string& path) {
-    std::vector<std::string> events;
+// The uploads recorded in path, one readable line each.
+std::string Uploads(const std::string& path) {
     std::istringstream lines(ReadFile(path));
+    std::string uploads;
     std::string line;
     std::string text;
     while (std::getline(lines, line)) {
         EXPECT_TRUE(vymm::FormatEvent(line, &text)) << line;
-        events.push_back(text);
+        uploads += text + "\n";
     }
-    return events;
+    return uploads;
 }
 
 bool Contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
+}
+
+// Waits on its folder's change notices until the uploads in file hold text.
+bool WaitForUpload(const std::string& file, const std::string& text) {
+    const Clock::time_point deadline = Clock::now() + kDeadline;
+    const int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    const std::string folder = file.substr(0, file.rfind('/'));
+    inotify_add_watch(watch, folder.c_str(), IN_CREATE | IN_MODIFY);
+    bool found = false;
+    while (!(found = Contains(Uploads(file), text))) {
+        pollfd changed = {watch, POLLIN, 0};
+        if (poll(&changed, 1, MillisLeft(deadline)) != 1) {
+            break;
+        }
+        char notices[4096];
+        while (read(watch, notices, sizeof(notices)) > 0) {
+        }
+    }
+    close(watch);
+    return found;
 }
 
 TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {
@@ -156,31 +178,42 @@ TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {
     const std::string events = root.path() + "/events.jsonl";
     setenv("VEXEL_EVENT_LOG", events.c_str(), 1);
     const bool isRoot = geteuid() == 0;
-    WriteFile("test.prop", "ro.media.debuggable=true\nro.media.bdflow=1\nro.media.bdcount=1\n");
+    WriteFile("test.prop", "ro.media.debuggable=true\nro.media.bdflow=1\nro.media.bdcount=0\n");
+    // The forced send comes from an admitted uid and uploads the package
+    // statistic; the one after it waits for the shutdown.
     WriteFile("test.trace",
               "MonitorPlayingApp s8 com.test.music\n"
               "WriteBigData i32 916600038 s8 new.pkg s8 old.pkg s8 x\n"
               "as 1013\n"
               "WriteMediaBigData i32 77 i32 10000 s8 \"flow record\"\n"
-              "WriteMediaBigData i32 77 i32 20000 null\n");
+              "WriteMediaBigData i32 77 i32 20000 null\n"
+              "ForceLogSend i32 0\n"
+              "as 0\n"
+              "WriteBigData i32 916600040 s8 a2dp i32 0 i32 95\n");
 
     Process host({VYMM_HOST, "--root", root.path(), "--props", "test.prop", "-p",
-                  "ro.media.bdcount=0", "-p", "ro.media.bdcount=1"});
+                  "ro.media.bdcount=2", "-p", "ro.media.bdcount=1"});
     ASSERT_TRUE(host.WaitForOutput("vymm-host: serving Vymedia.monitor")) << host.output();
     const std::string second = RunTool({VYMM_HOST, "--root", root.path()});
     EXPECT_EQ(second.rfind("1|", 0), 0u) << second;
     EXPECT_TRUE(Contains(second, "already served in the runtime folder " + binderDir.path()));
 
-    std::vector<std::string> replay = {VYMM, "replay", "--fast", "test.trace"};
+    std::vector<std::string> replay = {VYMM, "--wait", "5000", "replay", "--fast", "test.trace"};
     if (!isRoot) {
-        replay.insert(replay.begin() + 2, "--skip-as");
+        replay.insert(replay.end() - 1, "--skip-as");
     }
     const std::string replayed = RunTool(replay);
     EXPECT_EQ(replayed.rfind("0|", 0), 0u) << replayed;
+    const std::string newPackage = "916600038 NEW_PKG=\"new.pkg\" PRE_PKG=\"old.pkg\"";
+    if (isRoot) {
+        EXPECT_TRUE(WaitForUpload(events, newPackage + "\n")) << "sent by the forced send";
+    }
     const std::string refused = RunTool({VYMM, "call", "WriteBigData", "i32", "1", "s8", "a"});
     EXPECT_EQ(refused.rfind("2|", 0), 0u) << refused;
     const std::string dump = RunTool({VYMM, "dump"});
     EXPECT_EQ(dump.rfind("0|", 0), 0u) << dump;
+    EXPECT_TRUE(Contains(dump, "bigData Flow Record Begin")) << dump;
+    EXPECT_TRUE(Contains(dump, "bigData Count Record Begin")) << "-p: the last one wins";
 
     ASSERT_EQ(kill(host.pid(), SIGTERM), 0);
     EXPECT_EQ(host.Wait(), 0) << host.output();
@@ -188,13 +221,16 @@ TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {
     EXPECT_EQ(gone.rfind("1|", 0), 0u) << gone;
     EXPECT_TRUE(Contains(gone, "runtime folder " + binderDir.path())) << gone;
 
-    const std::vector<std::string> uploaded = Events(events);
-    EXPECT_NE(std::find(uploaded.begin(), uploaded.end(),
-                        "916600038 NEW_PKG=\"new.pkg\" PRE_PKG=\"old.pkg\""),
-              uploaded.end())
-            << ReadFile(events);
+    const std::string uploaded = Uploads(events);
+    EXPECT_TRUE(Contains(uploaded, newPackage + "\n")) << uploaded;
+    EXPECT_TRUE(Contains(uploaded, "916600040 DURATION=95 USER_CHANGED=0 DEVICE_TYPE=\"a2dp\"\n"))
+            << "the shutdown uploads what the writers hold\n" << uploaded;
     for (const char* file : {"data/log/mediaBDflow.log", "data/log/mediaBDcont.log"}) {
         EXPECT_EQ(access(file, F_OK), 0) << file;
+    }
+    if (isRoot) {
+        EXPECT_TRUE(Contains(host.output(), "Unknow App@77:10000,flow record"))
+                << "the flow record file's upload\n" << host.output();
     }
 }
 
