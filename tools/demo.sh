@@ -69,6 +69,8 @@ wait "$host"
 trap - EXIT
 if [ "$("$vymm" events 2>/dev/null | wc -l)" -gt "$before" ]; then
     "$vymm" events | tail -n "+$((before + 1))"
+else
+    echo "(none: see the end of $dir/host.log)"
 fi
 
 section "the demo's folder"
