@@ -132,19 +132,6 @@ bool Launch(const std::string& lib) {
     return true;
 }
 
-// Drops the published service through the host runtime's removeService,
-// when the runtime has it: its last reference goes and its shutdown runs.
-template <typename Manager>
-auto RemoveService(Manager* manager, const String16& name, int)
-        -> decltype(manager->removeService(name), bool()) {
-    manager->removeService(name);
-    return true;
-}
-template <typename Manager>
-bool RemoveService(Manager*, const String16&, long) {
-    return false;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -186,9 +173,8 @@ int main(int argc, char** argv) {
     printf("vymm-host: %s: stopping\n", strsignal(signal));
     fflush(stdout);
     android::ProcessState::self()->stopThreadPool();
-    if (!RemoveService(defaultServiceManager().get(), String16(kServiceName), 0)) {
-        fprintf(stderr, "vymm-host: this Binder runtime cannot drop a service: "
-                "the service's shutdown does not run\n");
-    }
+    // The service manager held the last reference: the service's shutdown
+    // runs here and sends what its writers hold.
+    defaultServiceManager()->removeService(String16(kServiceName));
     return EXIT_OK;
 }
