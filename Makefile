@@ -7,10 +7,11 @@ JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
 DEB_PACKAGES := cmake make g++ clang libclang-rt-dev libgtest-dev libgmock-dev libbenchmark-dev \
-	android-libutils-dev android-liblog-dev android-libbase-dev android-libcutils-dev
+	android-libutils-dev android-liblog-dev android-libbase-dev android-libcutils-dev \
+	nlohmann-json3-dev blueprint-tools
 SUDO := $(if $(filter 0,$(shell id -u)),,sudo)
 
-.PHONY: all deps build test test-asan test-tsan clean
+.PHONY: all deps build test test-asan test-tsan demo clean
 
 all: build
 
@@ -39,6 +40,12 @@ test-asan:
 test-tsan:
 	CC=clang CXX=clang++ $(MAKE) test BUILD_DIR=$(TSAN_BUILD_DIR) BUILD_TYPE=Debug \
 		CMAKE_FLAGS="$(CMAKE_FLAGS) -DVYMM_SANITIZE=thread"
+
+# The service on this machine, fed the example trace and inspected; see README.
+demo: deps
+	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) $(CMAKE_FLAGS)
+	cmake --build $(BUILD_DIR) -j $(JOBS) --target vymm-host vymm vymediamonitorservice vexel
+	tools/demo.sh $(BUILD_DIR)
 
 clean:
 	rm -rf $(BUILD_DIR) $(ASAN_BUILD_DIR) $(TSAN_BUILD_DIR)

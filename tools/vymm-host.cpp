@@ -1,0 +1,180 @@
+// vymm-host: plays the media server's part on a host. Sets the properties,
+// loads the service library, launches the service and serves Binder calls
+// until SIGTERM or SIGINT, then releases the service so that its shutdown
+// runs. See usage below.
+#include <dlfcn.h>
+#include <errno.h>
+#include <limits.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include <android-base/properties.h>
+#include <binder/IServiceManager.h>
+#include <binder/ProcessState.h>
+
+#include "tools/Operations.h"
+#include "tools/Properties.h"
+#include "tools/ServiceClient.h"
+
+using namespace vymm;
+using android::defaultServiceManager;
+using android::sp;
+using android::String16;
+
+namespace {
+
+constexpr char kUsage[] =
+        "usage: vymm-host [--root DIR] [--props FILE]... [-p KEY=VALUE]... [--lib PATH]\n"
+        "  --root DIR     working folder of the service (data/log is created in it);\n"
+        "                 default: the current folder\n"
+        "  --props FILE   properties in build.prop form; -p sets one; later ones win\n"
+        "  --lib PATH     the service library; default: libvymediamonitorservice.so\n"
+        "                 next to vymm-host\n"
+        "SIGTERM or SIGINT stops the host after the service's shutdown.\n";
+
+constexpr char kLaunchSymbol[] = "launchVyMediaMonitorService";
+
+struct HostOptions {
+    std::string root = ".";
+    std::string lib;
+    PropertyMap props;
+};
+
+int Usage(const std::string& problem) {
+    fprintf(stderr, "vymm-host: %s\n%s", problem.c_str(), kUsage);
+    return EXIT_USAGE;
+}
+
+std::string DefaultLibrary() {
+    std::error_code error;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+    return (self.parent_path() / "libvymediamonitorservice.so").string();
+}
+
+bool AddPropertyFile(const std::string& name, PropertyMap* props, std::string* error) {
+    std::ifstream in(name);
+    if (!in) {
+        *error = "cannot read " + name + ": " + strerror(errno);
+        return false;
+    }
+    return ParsePropertyFile(in, name, props, error);
+}
+
+// False with the problem in error; relative paths are made absolute here,
+// before the host changes folder.
+bool ParseOptions(int argc, char** argv, HostOptions* options, std::string* error) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string option = argv[i];
+        if (i + 1 == argc) {
+            *error = "missing value after " + option;
+            return false;
+        }
+        const std::string value = argv[++i];
+        std::string key;
+        std::string propertyValue;
+        if (option == "--root") {
+            options->root = value;
+        } else if (option == "--lib") {
+            options->lib = std::filesystem::absolute(value).string();
+        } else if (option == "--props") {
+            if (!AddPropertyFile(value, &options->props, error)) {
+                return false;
+            }
+        } else if (option == "-p" && ParsePropertyAssignment(value, &key, &propertyValue)) {
+            options->props[key] = propertyValue;
+        } else {
+            *error = option == "-p" ? "-p takes KEY=VALUE" : "unknown option " + option;
+            return false;
+        }
+    }
+    if (options->lib.empty()) {
+        options->lib = DefaultLibrary();
+    }
+    return true;
+}
+
+bool EnterRoot(const std::string& root) {
+    std::error_code error;
+    std::filesystem::create_directories(std::filesystem::path(root) / "data" / "log", error);
+    if (error || chdir(root.c_str()) != 0) {
+        fprintf(stderr, "vymm-host: cannot use %s/data/log: %s\n", root.c_str(),
+                (error ? error.message() : std::string(strerror(errno))).c_str());
+        return false;
+    }
+    return true;
+}
+
+// Loads the library and runs its launch function; true once this process
+// publishes the service.
+bool Launch(const std::string& lib) {
+    void* handle = dlopen(lib.c_str(), RTLD_NOW);
+    void* launch = handle != nullptr ? dlsym(handle, kLaunchSymbol) : nullptr;
+    if (launch == nullptr) {
+        fprintf(stderr, "vymm-host: cannot load %s from %s: %s\n", kLaunchSymbol, lib.c_str(),
+                dlerror());
+        return false;
+    }
+    reinterpret_cast<void (*)()>(launch)();
+    const sp<android::IBinder> published = defaultServiceManager()->checkService(
+            String16(kServiceName));
+    if (published == nullptr || published->localBinder() == nullptr) {
+        fprintf(stderr, "vymm-host: %s did not publish %s in %s\n", lib.c_str(), kServiceName,
+                RuntimeFolder().c_str());
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // Blocked before any thread starts, so that every thread inherits the
+    // mask and only sigwait below takes them.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGTERM);
+    sigaddset(&stopSignals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+
+    HostOptions options;
+    std::string error;
+    if (!ParseOptions(argc, argv, &options, &error)) {
+        return Usage(error);
+    }
+    if (!EnterRoot(options.root)) {
+        return EXIT_UNREACHABLE;
+    }
+    if (defaultServiceManager()->checkService(String16(kServiceName)) != nullptr) {
+        fprintf(stderr, "vymm-host: %s is already served in the runtime folder %s; "
+                "stop that host first or set HOST_BINDER_DIR\n",
+                kServiceName, RuntimeFolder().c_str());
+        return EXIT_UNREACHABLE;
+    }
+    for (const auto& [key, value] : options.props) {
+        android::base::SetProperty(key, value);
+    }
+    if (!Launch(options.lib)) {
+        return EXIT_UNREACHABLE;
+    }
+    android::ProcessState::self()->startThreadPool();
+    printf("vymm-host: serving %s in the runtime folder %s, pid %d\n", kServiceName,
+           RuntimeFolder().c_str(), getpid());
+    fflush(stdout);
+
+    int signal = 0;
+    sigwait(&stopSignals, &signal);
+    printf("vymm-host: %s: stopping\n", strsignal(signal));
+    fflush(stdout);
+    android::ProcessState::self()->stopThreadPool();
+    // The service manager held the last reference: the service's shutdown
+    // runs here and sends what its writers hold.
+    defaultServiceManager()->removeService(String16(kServiceName));
+    return EXIT_OK;
+}
