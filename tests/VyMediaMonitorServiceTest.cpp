@@ -8,8 +8,6 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <functional>
-#include <future>
 #include <map>
 #include <numeric>
 #include <string>
@@ -21,7 +19,7 @@
 #include <gtest/gtest.h>
 
 #include "support/LogCapture.h"
-#include "support/ServiceProbe.h"
+#include "support/ServiceFixture.h"
 #include "support/TestEnv.h"
 #include "support/WriterOutput.h"
 
@@ -34,21 +32,6 @@ namespace {
 
 constexpr char kTag[] = "Vymedia_monitor";
 
-// Fails the test, rather than hanging it, when body does not finish in time.
-void RunWithDeadline(std::chrono::seconds deadline, const std::function<void()>& body) {
-    auto done = std::make_shared<std::promise<void>>();
-    std::future<void> finished = done->get_future();
-    std::thread([body, done] {
-        body();
-        done->set_value();
-    }).detach();
-    if (finished.wait_for(deadline) != std::future_status::ready) {
-        fprintf(stderr, "still running after %lld s: deadlocked\n",
-                static_cast<long long>(deadline.count()));
-        abort();
-    }
-}
-
 // The nice value of the thread named name, or -100 when there is none.
 int NiceOfThreadNamed(const std::string& name) {
     for (const auto& task : fs::directory_iterator("/proc/self/task")) {
@@ -59,17 +42,6 @@ int NiceOfThreadNamed(const std::string& name) {
         }
     }
     return -100;
-}
-
-// Descriptors other than pipes: the service opens none, but ThreadSanitizer
-// talks to its symbolizer through two.
-size_t CountOpenFiles() {
-    size_t count = 0;
-    for (const auto& fd : fs::directory_iterator("/proc/self/fd")) {
-        std::error_code gone;
-        count += fs::read_symlink(fd.path(), gone).string().rfind("pipe:", 0) != 0;
-    }
-    return count;
 }
 
 bool AnyLineHas(const std::vector<std::string>& lines, const std::string& text) {
@@ -97,30 +69,7 @@ std::string ReadFile(const char* path) {
 }
 
 // Each switch unset unless a test sets it, so the defaults hold.
-class ServiceTest : public ::testing::Test {
-protected:
-    void TearDown() override { Stop(); }
-
-    ServiceProbe& Start() {
-        mService = new ServiceProbe;
-        return *mService;
-    }
-
-    // Drops the service and waits until its worker is gone: the last
-    // reference may be the worker's own, and then shutdown runs there.
-    void Stop() {
-        mService.clear();
-        ASSERT_TRUE(Eventually([] { return CountThreadsNamed("mediaLogSend") == 0; }));
-    }
-
-    sp<ServiceProbe> mService;
-    ScopedProperty mDebuggable{"ro.media.debuggable", "true"};
-    // Nothing is due by time unless a test says otherwise.
-    ScopedProperty mUpload{"ro.media.uploadduration", "2000000000"};
-    TempWorkDir mDir;
-    EventLog mEvents;
-    LogCapture mLog;
-};
+class ServiceTest : public ServiceFixture {};
 
 struct StartUpCase {
     std::map<std::string, std::string> properties;
@@ -347,27 +296,30 @@ TEST_F(ServiceTest, QueueRefusesEventsPastItsByteLimitLoggingAtMostOnceASecond) 
     const String8 text(std::string(100 * 1024, 'x').c_str());
     constexpr int32_t kFirst = 4000000;
     const auto start = std::chrono::steady_clock::now();
+    // The worker takes a small event first and waits with it, so that the
+    // queue holds the large ones alone, whenever the worker wakes.
     probe->mDispatchLock.lock();
-    for (int32_t i = 0; i < 100; ++i) {
+    probe->Queue(UnknownType(kFirst - 1));
+    const bool parked = Eventually([&] { return probe->getStrongCount() == 2; });
+    for (int32_t i = 0; parked && i < 100; ++i) {
         probe->Queue(new Service::LogSrvEvent(static_cast<Service::EventType>(kFirst + i), -1, -1,
                                               text, false));
     }
     probe->mDispatchLock.unlock();
+    ASSERT_TRUE(parked);
     ASSERT_TRUE(probe->Drain(mLog));
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(
             std::chrono::steady_clock::now() - start);
 
-    // 2 MiB hold 20 of them, 21 when the worker took the first one early.
+    // 2 MiB hold 20 of them.
     const size_t refusals = mLog.CountContaining(kTag, "bytes waiting, dropping an event of");
     EXPECT_GE(refusals, 1u);
     EXPECT_LE(refusals, 1u + seconds.count());
     for (int32_t i = 0; i < 100; ++i) {
-        if (i != 20) {
-            EXPECT_EQ(mLog.Count(ANDROID_LOG_ERROR, kTag,
-                                 "OnSrvEvent unknown event type " + std::to_string(kFirst + i)),
-                      i < 20 ? 1u : 0u)
-                    << i;
-        }
+        EXPECT_EQ(mLog.Count(ANDROID_LOG_ERROR, kTag,
+                             "OnSrvEvent unknown event type " + std::to_string(kFirst + i)),
+                  i < 20 ? 1u : 0u)
+                << i;
     }
 }
 
@@ -424,19 +376,46 @@ TEST_F(ServiceTest, TheLastReferenceDroppedOnTheWorkerStopsItWithoutWaitingForIt
     EXPECT_EQ(mLog.ToString().find("guaranteed deadlock"), std::string::npos);
 }
 
-TEST_F(ServiceTest, StartStopCyclesNeverHangOrLeak) {
+// Each cycle's exception reaches its writer first. Odd cycles then stop with
+// the queue full and the worker inside a dispatch, so that shutdown runs on
+// the worker; even ones stop from here with the worker in its timed wait.
+// Every shutdown uploads what the exception writer holds.
+TEST_F(ServiceTest, StartStopCyclesNeverHangLeakOrLoseWhatTheWritersHold) {
+    constexpr int kCycles = 200;
+    constexpr int32_t kFirstId = 5000000;
+    ScopedProperty flow("ro.media.bdflow", "1");
+    ScopedProperty count("ro.media.bdcount", "1");
+    fs::create_directories("data/log");
     const size_t fds = CountOpenFiles();
-    RunWithDeadline(std::chrono::seconds(120), [] {
-        for (int cycle = 0; cycle < 200; ++cycle) {
-            const sp<ServiceProbe> probe = new ServiceProbe;
-            // Odd cycles stop with events queued, even ones in the timed wait.
-            for (int i = 0; i < (cycle % 2) * 100; ++i) {
+    RunWithDeadline(std::chrono::seconds(120), [this] {
+        for (int cycle = 0; cycle < kCycles; ++cycle) {
+            sp<ServiceProbe> probe = new ServiceProbe;
+            probe->Queue(Exception(kFirstId + cycle));
+            ASSERT_TRUE(probe->Drain(mLog)) << cycle;
+            ASSERT_TRUE(Eventually([&] { return probe->getStrongCount() == 1; }));
+            if (cycle % 2 == 0) {
+                continue;
+            }
+            Mutex& dispatch = probe->mDispatchLock;
+            dispatch.lock();
+            for (int i = 0; i < 520; ++i) {
                 probe->Queue(UnknownType(3000000 + i));
             }
+            // The worker took the first event and waits with the service held.
+            const bool held = Eventually([&] { return probe->getStrongCount() == 2; });
+            if (held) {
+                probe.clear();
+            }
+            dispatch.unlock();
+            ASSERT_TRUE(held) << cycle;
         }
     });
     EXPECT_TRUE(Eventually([] { return CountThreadsNamed("mediaLogSend") == 0; }));
     EXPECT_EQ(CountOpenFiles(), fds);
+    const std::vector<std::string> events = mEvents.Lines();
+    for (int cycle = 0; cycle < kCycles; ++cycle) {
+        EXPECT_EQ(UploadsOf(events, kFirstId + cycle).size(), 1u) << cycle;
+    }
 }
 
 // The published service lives on until the process ends.

@@ -4,11 +4,7 @@
 // times on each of 4 threads, then dumps with "-a" "x y" to standard output
 // and to a pipe whose reader is closed, printing that dump's status. Exits 0
 // when the calls went through.
-#include <grp.h>
 #include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
-#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <thread>
@@ -16,6 +12,7 @@
 
 #include <binder/IServiceManager.h>
 
+#include "support/ClientUser.h"
 #include "support/RecordingMonitorService.h"
 
 using namespace android;
@@ -24,15 +21,8 @@ int main(int argc, char** argv) {
     if (argc != 3) {
         return 2;
     }
-    if (strcmp(argv[2], "-") != 0) {
-        const uid_t uid = static_cast<uid_t>(atoi(argv[2]));
-        if (setgroups(0, nullptr) != 0 || setgid(uid) != 0 || setuid(uid) != 0) {
-            perror("dropping to uid");
-            return 3;
-        }
-        // Changing credentials made the process undumpable, which the
-        // sanitizers' leak check cannot work with.
-        prctl(PR_SET_DUMPABLE, 1);
+    if (!BecomeUser(argv[2])) {
+        return 3;
     }
     const sp<IBinder> binder = defaultServiceManager()->getService(String16(argv[1]));
     if (binder == nullptr) {

@@ -1,7 +1,9 @@
-// Runs the client program of the Binder tests against a service of this
+// Runs the client programs of the Binder tests against a service of this
 // process.
 #ifndef VYMM_TESTS_CLIENT_PROCESS_H
 #define VYMM_TESTS_CLIENT_PROCESS_H
+
+#include <stdio.h>
 
 #include <string>
 
@@ -10,6 +12,24 @@
 struct ClientRun {
     std::string output;  // its standard output
     int status;          // as pclose returns it; 0 for a clean exit
+};
+
+// One client program running, ended by `timeout` when it outlives its
+// deadline, so that a hung client fails its test rather than hanging it.
+class ClientProcess {
+public:
+    explicit ClientProcess(const std::string& command, int timeoutSeconds = 30);
+    ~ClientProcess();
+    ClientProcess(const ClientProcess&) = delete;
+    ClientProcess& operator=(const ClientProcess&) = delete;
+
+    // The next line it prints, without its end; empty once it has ended.
+    std::string ReadLine();
+    // Waits for it to end: what it printed from here on, and its status.
+    ClientRun Finish();
+
+private:
+    FILE* mOutput;
 };
 
 // Starts "program name user" (user: a uid to drop to, or "-"), publishes

@@ -97,22 +97,6 @@ std::string Describe(const sp<Service::LogSrvEvent>& event) {
     return Describe(e->type, 0, e->msg.c_str(), Numbers({e->pid, e->prior, e->subType}));
 }
 
-// Never started: events queue up until the test takes them.
-class MonitorHarness::HeldQueue : public Service::LogSendThread {
-public:
-    explicit HeldQueue(const wp<Service>& service) : LogSendThread(service) {}
-
-    std::vector<sp<LogSrvEvent>> Take() {
-        Mutex::Autolock lock(mQueueLock);
-        std::vector<sp<LogSrvEvent>> events(mEventQueue.begin(), mEventQueue.end());
-        mEventQueue.clear();
-        return events;
-    }
-
-protected:
-    void onFirstRef() override {}
-};
-
 MonitorHarness::MonitorHarness() {
     if (mLogSendThread != nullptr) {
         const sp<LogSendThread> worker = mLogSendThread;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "service/VyMediaMonitorService.h"
+#include "support/HeldQueue.h"
 
 // Makes this thread's calls come from uid and pid.
 void ActAs(uid_t uid, pid_t pid = 4321);
@@ -55,7 +56,6 @@ public:
     using VyMediaMonitorService::mStaticTypeFlags;
 
 private:
-    class HeldQueue;
     android::sp<HeldQueue> mHeldQueue;
     std::mutex mStatusMutex;
     std::vector<std::string> mStatusCalls;  // guarded by mStatusMutex

@@ -1,10 +1,13 @@
 #include "support/TestEnv.h"
 
+#include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <future>
+#include <memory>
 #include <stdexcept>
 #include <thread>
 
@@ -68,6 +71,20 @@ bool Eventually(const std::function<bool()>& condition, std::chrono::millisecond
     return true;
 }
 
+void RunWithDeadline(std::chrono::seconds deadline, const std::function<void()>& body) {
+    auto done = std::make_shared<std::promise<void>>();
+    std::future<void> finished = done->get_future();
+    std::thread([body, done] {
+        body();
+        done->set_value();
+    }).detach();
+    if (finished.wait_for(deadline) != std::future_status::ready) {
+        fprintf(stderr, "still running after %lld s: deadlocked\n",
+                static_cast<long long>(deadline.count()));
+        abort();
+    }
+}
+
 size_t CountThreadsNamed(const std::string& name) {
     size_t count = 0;
     std::error_code ignored;
@@ -75,6 +92,26 @@ size_t CountThreadsNamed(const std::string& name) {
         std::ifstream comm(task.path() / "comm");
         std::string line;
         count += std::getline(comm, line) && line == name;
+    }
+    return count;
+}
+
+size_t CountThreads() {
+    size_t count = 0;
+    std::error_code ignored;
+    for (auto task = std::filesystem::directory_iterator("/proc/self/task", ignored);
+         task != std::filesystem::directory_iterator(); task.increment(ignored)) {
+        ++count;
+    }
+    return count;
+}
+
+size_t CountOpenFiles() {
+    size_t count = 0;
+    std::error_code ignored;
+    for (const auto& fd : std::filesystem::directory_iterator("/proc/self/fd", ignored)) {
+        std::error_code gone;
+        count += std::filesystem::read_symlink(fd.path(), gone).string().rfind("pipe:", 0) != 0;
     }
     return count;
 }

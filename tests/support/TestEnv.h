@@ -56,7 +56,18 @@ private:
 bool Eventually(const std::function<bool()>& condition,
                 std::chrono::milliseconds timeout = std::chrono::seconds(20));
 
+// Runs body on a thread of its own and aborts the test program, rather than
+// hang it, when body has not finished after deadline.
+void RunWithDeadline(std::chrono::seconds deadline, const std::function<void()>& body);
+
 // Threads of this process whose name is name.
 size_t CountThreadsNamed(const std::string& name);
+
+// Threads of this process.
+size_t CountThreads();
+
+// Descriptors of this process other than pipes: the service opens none, but
+// ThreadSanitizer talks to its symbolizer through two.
+size_t CountOpenFiles();
 
 #endif

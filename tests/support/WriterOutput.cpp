@@ -36,6 +36,23 @@ std::vector<std::string> EventLog::WaitFor(
     return lines;
 }
 
+std::vector<std::string> UploadsOf(const std::vector<std::string>& lines, int eventId) {
+    const std::string head = "{\"id\":" + std::to_string(eventId) + ",";
+    std::vector<std::string> uploads;
+    for (const std::string& line : lines) {
+        if (line.rfind(head, 0) == 0) {
+            uploads.push_back(line);
+        }
+    }
+    return uploads;
+}
+
+long IntParam(const std::string& line, const std::string& name) {
+    const std::string key = "{\"name\":\"" + name + "\",\"int\":";
+    const size_t at = line.find(key);
+    return at != std::string::npos ? atol(line.c_str() + at + key.size()) : -1;
+}
+
 std::string WrittenText(const std::function<void(int fd)>& writeTo) {
     // A memory file rather than a pipe: a dump larger than a pipe's buffer
     // would block its one write.

@@ -30,6 +30,12 @@ private:
     std::string mPath;
 };
 
+// The lines of an event log that send event id.
+std::vector<std::string> UploadsOf(const std::vector<std::string>& lines, int eventId);
+
+// The value of the integer parameter name in an event's line, or -1.
+long IntParam(const std::string& line, const std::string& name);
+
 // What writeTo writes to the descriptor it is given, read back.
 std::string WrittenText(const std::function<void(int fd)>& writeTo);
 

@@ -1,6 +1,7 @@
 // Host build of the reporting library: every sent event becomes one JSON line
 // appended to $VEXEL_EVENT_LOG, so tests and the demo see exactly what went out.
-// Event ids listed in $VEXEL_REJECT_IDS (comma-separated) cannot be created.
+// Event ids listed in $VEXEL_REJECT_IDS (comma-separated) cannot be created;
+// $VEXEL_SEND_DELAY_US makes each send take that many microseconds longer.
 #include <vexel.h>
 
 #include <fcntl.h>
@@ -9,9 +10,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -77,6 +80,15 @@ bool IsRejected(unsigned int eventId) {
         }
     }
     return false;
+}
+
+// A slow upload channel, for tests and benchmarks of what waits on one.
+void DelaySend() {
+    const char* delay = getenv("VEXEL_SEND_DELAY_US");
+    const long micros = delay != nullptr ? strtol(delay, nullptr, 10) : 0;
+    if (micros > 0) {
+        std::this_thread::sleep_for(std::chrono::microseconds(micros));
+    }
 }
 
 }  // namespace
@@ -186,6 +198,7 @@ int vexel_send_event(VexelEventObj* obj) {
     if (obj == nullptr) {
         return -1;
     }
+    DelaySend();
     const char* logPath = getenv("VEXEL_EVENT_LOG");
     if (logPath == nullptr || logPath[0] == '\0') {
         return 0;

@@ -1,0 +1,246 @@
+// The service when what it stands on fails: the reporting library absent,
+// lacking an entry point or slow; its record files or their folder removed
+// while it runs; a client killed in the middle of a call, or one that
+// connects and sends nothing.
+#include <errno.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <android-base/unique_fd.h>
+#include <binder/IServiceManager.h>
+#include <binder/ProcessState.h>
+#include <gtest/gtest.h>
+
+#include "support/ClientProcess.h"
+#include "support/ServiceFixture.h"
+
+using namespace android;
+namespace fs = std::filesystem;
+using Service = VyMediaMonitorService;
+
+namespace {
+
+constexpr auto kDeadline = std::chrono::seconds(60);
+
+sp<Service::LogSrvEvent> Exception(int eventId) {
+    return new Service::ExceptionEvent(Service::EVENT_EXCEPTION, 1, eventId, 1, 2,
+                                       String8("timeout"), String8("AudioTrack"));
+}
+
+sp<Service::LogSrvEvent> Plain(Service::EventType type, int value = -1, int subType = -1,
+                               const char* msg = "") {
+    const bool fileMessage =
+            type == Service::EVENT_BD_FLOW_MSG || type == Service::EVENT_BD_COUNT_MSG;
+    return new Service::LogSrvEvent(type, value, subType, String8(msg), fileMessage);
+}
+
+std::string ReadFile(const char* path) {
+    std::ifstream file(path);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+// The exception writer sent one event of eventId, for calls in all.
+bool UploadedOnce(const std::vector<std::string>& lines, int eventId, long calls) {
+    const std::vector<std::string> uploads = UploadsOf(lines, eventId);
+    return uploads.size() == 1 && IntParam(uploads[0], "Count") == calls;
+}
+
+class ServiceFaultTest : public ServiceFixture {
+protected:
+    // Holds exceptions 901 and 902, uploads them with a forced send while
+    // threads queue 400 reports of 903, then stops: shutdown uploads 903.
+    // Returns the event log, or fails the test on a hang.
+    std::vector<std::string> UploadThroughTheLibrary() {
+        const size_t fds = CountOpenFiles();
+        RunWithDeadline(kDeadline, [this] {
+            ServiceProbe& probe = Start();
+            probe.Queue(Exception(901));
+            probe.Queue(Exception(902));
+            probe.Queue(Plain(Service::EVENT_FORCE_SEND));
+            std::vector<std::thread> callers;
+            for (int t = 0; t < 4; ++t) {
+                callers.emplace_back([&probe] {
+                    for (int i = 0; i < 100; ++i) {
+                        probe.WriteLogMsg(903, 1, 2, String8("late"), String8("app"));
+                    }
+                });
+            }
+            for (std::thread& caller : callers) {
+                caller.join();
+            }
+            ASSERT_TRUE(probe.Drain(mLog));
+            Stop();
+        });
+        EXPECT_EQ(CountOpenFiles(), fds);
+        EXPECT_EQ(mLog.CountContaining("Vymedia_monitor", "eventQueue full"), 0u);
+        return mEvents.Lines();
+    }
+};
+
+using ReportingLibraryAbsent = ServiceFaultTest;
+using ReportingLibraryLacking = ServiceFaultTest;
+
+TEST_F(ReportingLibraryAbsent, CallsAreServedAndNothingIsUploaded) {
+    EXPECT_TRUE(UploadThroughTheLibrary().empty());
+    EXPECT_GT(mLog.CountContaining("vexel_proxy", "VexelProxy init failed."), 0u);
+}
+
+TEST_F(ReportingLibraryLacking, UploadsGoOutWithoutTheMissingEntryPoint) {
+    const std::vector<std::string> events = UploadThroughTheLibrary();
+    EXPECT_TRUE(UploadedOnce(events, 901, 1)) << events.size();
+    EXPECT_TRUE(UploadedOnce(events, 902, 1));
+    EXPECT_TRUE(UploadedOnce(events, 903, 400));
+}
+
+// Each send takes 50 ms: the callers queue while the worker uploads.
+TEST_F(ServiceFaultTest, ASlowReportingLibraryLosesNothing) {
+    setenv("VEXEL_SEND_DELAY_US", "50000", 1);
+    const std::vector<std::string> events = UploadThroughTheLibrary();
+    unsetenv("VEXEL_SEND_DELAY_US");
+    EXPECT_TRUE(UploadedOnce(events, 901, 1));
+    EXPECT_TRUE(UploadedOnce(events, 902, 1));
+    EXPECT_TRUE(UploadedOnce(events, 903, 400));
+}
+
+// A removed record file takes no more records until an upload makes it anew;
+// a removed folder, until it is back. Neither stops the worker.
+TEST_F(ServiceFaultTest, FileWritersCarryOnWhenTheirFileOrFolderIsRemoved) {
+    ScopedProperty flow("ro.media.bdflow", "1");
+    ScopedProperty count("ro.media.bdcount", "1");
+    fs::create_directories("data/log");
+    const size_t fds = CountOpenFiles();
+    ServiceProbe& probe = Start();
+    const auto write = [&](const char* text) {
+        probe.Queue(Plain(Service::EVENT_BD_FLOW_MSG, 1, 10000, text));
+        probe.Queue(Plain(Service::EVENT_BD_COUNT_MSG, 1, 20000, text));
+        probe.Queue(Plain(Service::EVENT_BD_WRITE_FILES));
+        ASSERT_TRUE(probe.Drain(mLog)) << text;
+    };
+    const auto upload = [&] {
+        probe.Queue(Plain(Service::EVENT_FORCE_SEND));
+        ASSERT_TRUE(probe.Drain(mLog));
+    };
+
+    write("one");
+    EXPECT_NE(ReadFile(BD_FLOW_FILE).find("one"), std::string::npos);
+    fs::remove(BD_FLOW_FILE);
+    write("two");
+    EXPECT_FALSE(fs::exists(BD_FLOW_FILE));
+    EXPECT_TRUE(fs::exists(BD_COUNT_FILE));
+    upload();
+    write("three");
+    EXPECT_NE(ReadFile(BD_FLOW_FILE).find("three"), std::string::npos);
+
+    fs::remove_all("data/log");
+    write("four");
+    upload();
+    write("five");
+    EXPECT_FALSE(fs::exists("data/log"));
+    fs::create_directories("data/log");
+    upload();
+    write("six");
+    const std::string records = ReadFile(BD_FLOW_FILE);
+    EXPECT_NE(records.find("six"), std::string::npos);
+    EXPECT_EQ(records.find("five"), std::string::npos);
+    EXPECT_NE(ReadFile(BD_COUNT_FILE).find("\t20000:"), std::string::npos);
+    EXPECT_EQ(CountOpenFiles(), fds + 2) << "one record file each";
+    Stop();
+    EXPECT_EQ(CountOpenFiles(), fds);
+}
+
+// Its dump waits, with a deadline, until the test lets it go on.
+class StallingService : public ServiceProbe {
+public:
+    std::promise<void> entered;
+    std::promise<void> release;
+
+    status_t Dump(int fd, const Vector<String16>& args) override {
+        if (!mEntered.exchange(true)) {
+            entered.set_value();
+            release.get_future().wait_for(kDeadline);
+        }
+        return ServiceProbe::Dump(fd, args);
+    }
+
+private:
+    std::atomic<bool> mEntered{false};
+};
+
+// The service served to client processes, with the descriptors this process
+// held before the first one.
+class ServedServiceTest : public PublishedServiceFixture {
+protected:
+    template <typename Probe = ServiceProbe>
+    Probe& Serve() {
+        Probe& probe = Publish<Probe>();
+        ProcessState::self()->startThreadPool();
+        mFiles = CountOpenFiles();
+        return probe;
+    }
+
+    // A client of a few calls gets through.
+    void ExpectServed() {
+        ClientProcess client(std::string(BINDER_STRESS_CLIENT) + " load " + kServiceName +
+                             " - 1 16");
+        const ClientRun run = client.Finish();
+        EXPECT_EQ(run.status, 0) << run.output;
+        EXPECT_TRUE(mService->Drain(mLog));
+    }
+
+    bool FilesBackWhereTheyWere() {
+        return Eventually([this] { return CountOpenFiles() == mFiles; });
+    }
+
+    size_t mFiles = 0;
+};
+
+TEST_F(ServedServiceTest, AClientKilledInTheMiddleOfACallLeavesTheServiceServing) {
+    StallingService& service = Serve<StallingService>();
+    ClientProcess client(std::string(BINDER_STRESS_CLIENT) + " stall " + kServiceName);
+    const pid_t pid = atoi(client.ReadLine().c_str());
+    ASSERT_GT(pid, 0);
+    ASSERT_EQ(service.entered.get_future().wait_for(kDeadline), std::future_status::ready);
+    ASSERT_EQ(kill(pid, SIGKILL), 0);
+    EXPECT_NE(client.Finish().status, 0);
+    // The dump goes on writing to the socket of a dead client.
+    service.release.set_value();
+    EXPECT_TRUE(FilesBackWhereTheyWere());
+    ExpectServed();
+}
+
+TEST_F(ServedServiceTest, AClientThatConnectsAndSendsNothingHoldsUpNoOne) {
+    Serve();
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    const std::string path = mBinderDir.path() + "/" + kServiceName;
+    ASSERT_LT(path.size(), sizeof(address.sun_path));
+    path.copy(address.sun_path, path.size());
+    // One sends nothing at all, the other a piece of a frame's header.
+    std::vector<base::unique_fd> silent;
+    for (const size_t sent : {0, 3}) {
+        base::unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        ASSERT_EQ(connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)),
+                  0)
+                << strerror(errno);
+        ASSERT_EQ(write(fd.get(), "\1\0\0\0", sent), static_cast<ssize_t>(sent));
+        silent.push_back(std::move(fd));
+    }
+    ExpectServed();
+    silent.clear();
+    EXPECT_TRUE(FilesBackWhereTheyWere());
+}
+
+}  // namespace
