@@ -1,6 +1,8 @@
 // Host build of the reporting library: every sent event becomes one JSON line
 // appended to $VEXEL_EVENT_LOG, so tests and the demo see exactly what went out.
 // Event ids listed in $VEXEL_REJECT_IDS (comma-separated) cannot be created.
+// $VEXEL_SEND_DELAY_US makes each send take that many microseconds longer, as
+// a slow channel to the collector would.
 #include <vexel.h>
 
 #include <fcntl.h>
@@ -9,9 +11,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -77,6 +81,13 @@ bool IsRejected(unsigned int eventId) {
         }
     }
     return false;
+}
+
+void DelaySend() {
+    const char* delay = getenv("VEXEL_SEND_DELAY_US");
+    if (delay != nullptr) {
+        std::this_thread::sleep_for(std::chrono::microseconds(strtoul(delay, nullptr, 10)));
+    }
 }
 
 }  // namespace
@@ -186,6 +197,7 @@ int vexel_send_event(VexelEventObj* obj) {
     if (obj == nullptr) {
         return -1;
     }
+    DelaySend();
     const char* logPath = getenv("VEXEL_EVENT_LOG");
     if (logPath == nullptr || logPath[0] == '\0') {
         return 0;
