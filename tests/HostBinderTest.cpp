@@ -1,14 +1,17 @@
+#include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <filesystem>
-#include <mutex>
+#include <future>
+#include <set>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -25,6 +28,7 @@
 
 #include "BinderPool.h"
 #include "Wire.h"
+#include "support/BinderPeer.h"
 #include "support/LogCapture.h"
 #include "support/TestEnv.h"
 
@@ -40,27 +44,12 @@ size_t CountEntries(const std::string& folder) {
     return static_cast<size_t>(std::distance(directory_iterator(folder), directory_iterator()));
 }
 
-// A connection that speaks the frame format by hand.
-base::unique_fd RawConnect(const ScopedBinderDir& dir, const char* service) {
-    return base::unique_fd(HostWire::Connect(dir.path() + "/" + service));
-}
-
-// Fails once the service closed the connection.
-bool SendHeader(int fd, uint32_t code, uint32_t dataSize, uint32_t fdCount = 0) {
-    const FrameHeader header = {FRAME_MAGIC, code, 0, dataSize, fdCount};
-    return send(fd, &header, sizeof(header), MSG_NOSIGNAL) == ssize_t(sizeof(header));
-}
-
-// The status of the reply, or "closed".
-std::string ReadReply(int fd) {
-    FrameReader reader(0);
-    if (reader.Read(fd) != FrameReader::COMPLETE) {
-        return "closed";
+std::set<int> OpenFds() {
+    std::set<int> fds;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        fds.insert(std::stoi(entry.path().filename().string()));
     }
-    FrameHeader header;
-    Parcel reply;
-    reader.Take(&header, &reply);
-    return std::to_string(static_cast<int32_t>(header.code));
+    return fds;
 }
 
 // What the monitor interface's own round trip does not carry.
@@ -119,9 +108,8 @@ TEST(ParcelTest, ShortOrMalformedDataFailsWithoutMoving) {
     expectFails("descriptor slot");
 }
 
-TEST(HostServiceManagerTest, PublishesLooksUpAndRefuses) {
+TEST(HostServiceManagerTest, PublishesLooksUpAndRemoves) {
     ScopedBinderDir dir;
-    LogCapture log;
     const sp<IServiceManager> sm = defaultServiceManager();
     const sp<IBinder> a = new BBinder;
     EXPECT_EQ(sm->addService(String16("a.svc"), a), NO_ERROR);
@@ -142,19 +130,14 @@ TEST(HostServiceManagerTest, PublishesLooksUpAndRefuses) {
     }
     EXPECT_EQ(sm->addService(String16("stale"), new BBinder), NO_ERROR);
     EXPECT_EQ(sm->listServices().size(), 2u);
-    EXPECT_EQ(CountEntries(dir.path()), 2u);
+    EXPECT_EQ(CountEntries(dir.path()), 4u) << "two sockets and their lock files";
 
-    // A folder in which another user can swap sockets is not used.
-    chmod(dir.path().c_str(), 0777);
-    EXPECT_NE(sm->addService(String16("b"), new BBinder), NO_ERROR);
-    EXPECT_EQ(sm->checkService(String16("b")), nullptr);
-    EXPECT_EQ(log.CountContaining(kTag, "writable by others"), 2u) << log.ToString();
-    chmod(dir.path().c_str(), 0755);
-    if (geteuid() == 0) {
-        ASSERT_EQ(chown(dir.path().c_str(), 1047, 1047), 0);
-        EXPECT_NE(sm->addService(String16("b"), new BBinder), NO_ERROR);
-        EXPECT_EQ(log.CountContaining(kTag, "owned by uid 1047"), 1u);
-    }
+    // Removed, a name is free to publish again.
+    EXPECT_EQ(sm->removeService(String16("stale")), NO_ERROR);
+    EXPECT_EQ(sm->removeService(String16("stale")), NAME_NOT_FOUND);
+    EXPECT_EQ(CountEntries(dir.path()), 2u);
+    EXPECT_EQ(sm->checkService(String16("stale")), nullptr);
+    EXPECT_EQ(sm->addService(String16("stale"), new BBinder), NO_ERROR);
 }
 
 TEST(IPCThreadStateTest, IdentityTokensAndHostPermissions) {
@@ -175,28 +158,11 @@ TEST(IPCThreadStateTest, IdentityTokensAndHostPermissions) {
     EXPECT_EQ(ipc->getCallingPid(), getpid());
 }
 
-// Each call waits for the gate to open, counting the calls in progress.
-struct GateBinder : public BBinder {
-    status_t onTransact(uint32_t, const Parcel&, Parcel*, uint32_t) override {
-        std::unique_lock<std::mutex> lock(mutex);
-        maxInFlight = std::max(maxInFlight, ++inFlight);
-        changed.notify_all();
-        changed.wait(lock, [&] { return open; });
-        --inFlight;
-        return NO_ERROR;
-    }
-
-    std::mutex mutex;
-    std::condition_variable changed;
-    int inFlight = 0;
-    int maxInFlight = 0;
-    bool open = false;
-};
-
 TEST(BinderPoolTest, ServesClientsConcurrentlyDropsBadPeersAndStops) {
     ScopedBinderDir dir;
     LogCapture log;
-    const sp<GateBinder> gate = new GateBinder;
+    const sp<EchoBinder> gate = new EchoBinder;
+    gate->SetOpen(false);
     ASSERT_EQ(defaultServiceManager()->addService(String16("svc"), gate), NO_ERROR);
     const size_t fdsBefore = CountEntries("/proc/self/fd");
     ProcessState::self()->setThreadPoolMaxThreadCount(1);
@@ -205,24 +171,20 @@ TEST(BinderPoolTest, ServesClientsConcurrentlyDropsBadPeersAndStops) {
 
     std::vector<base::unique_fd> clients;
     for (int i = 0; i < 4; ++i) {
-        clients.push_back(RawConnect(dir, "svc"));
-        EXPECT_TRUE(SendHeader(clients.back().get(), 1, 0));
+        clients.push_back(RawConnect(dir.path(), "svc"));
+        EXPECT_TRUE(SendHeader(clients.back().get(), Request(EchoBinder::ECHO)));
     }
-    {
-        // One pool thread and the joined one; the other calls wait their turn.
-        std::unique_lock<std::mutex> lock(gate->mutex);
-        EXPECT_TRUE(gate->changed.wait_for(lock, std::chrono::seconds(10),
-                                           [&] { return gate->inFlight == 2; }));
-        gate->open = true;
-        gate->changed.notify_all();
-    }
+    // One pool thread and the joined one; the other calls wait their turn.
+    EXPECT_TRUE(gate->WaitForWaiting(2));
+    gate->SetOpen(true);
+    const std::string answer = "0 " + std::to_string(getuid()) + " " + std::to_string(getpid());
     for (const base::unique_fd& client : clients) {
-        EXPECT_EQ(ReadReply(client.get()), "0");
+        EXPECT_EQ(ReadReply(client.get()), answer);
     }
 
     // A bad frame closes its connection, with the reason logged.
     const auto expectDropped = [&](const char* reason, auto&& send) {
-        base::unique_fd fd = RawConnect(dir, "svc");
+        base::unique_fd fd = RawConnect(dir.path(), "svc");
         send(fd.get());
         EXPECT_EQ(ReadReply(fd.get()), "closed") << reason;
         EXPECT_EQ(log.CountContaining(kTag, reason), 1u) << log.ToString();
@@ -231,43 +193,44 @@ TEST(BinderPoolTest, ServesClientsConcurrentlyDropsBadPeersAndStops) {
         EXPECT_GT(send(fd, "GET / HTTP/1.0\r\nHost: x\r\n\r\n", 27, MSG_NOSIGNAL), 0);
     });
     expectDropped("frame too large",
-                  [](int fd) { EXPECT_TRUE(SendHeader(fd, 1, MAX_FRAME_DATA + 1)); });
-    expectDropped("descriptors missing", [](int fd) { EXPECT_TRUE(SendHeader(fd, 1, 0, 1)); });
+                  [](int fd) { EXPECT_TRUE(SendHeader(fd, Request(1, MAX_FRAME_DATA + 1))); });
+    expectDropped("descriptors missing",
+                  [](int fd) { EXPECT_TRUE(SendHeader(fd, Request(1, 0, 1))); });
     expectDropped("too many descriptors",
-                  [](int fd) { EXPECT_TRUE(SendHeader(fd, 1, 0, MAX_FRAME_FDS + 1)); });
+                  [](int fd) { EXPECT_TRUE(SendHeader(fd, Request(1, 0, MAX_FRAME_FDS + 1))); });
     // The descriptor that arrived before the frame was cut short is closed
     // with it (the count at the end).
     expectDropped("truncated", [](int fd) {
         Parcel withFd;
         withFd.writeDupFileDescriptor(STDERR_FILENO);
-        EXPECT_TRUE(SendHeader(fd, 1, 100));
+        EXPECT_TRUE(SendHeader(fd, Request(1, 100)));
         EXPECT_EQ(HostWire::SendFrame(fd, 1, 0, withFd), NO_ERROR);
         shutdown(fd, SHUT_WR);
     });
 
     // Neither a client that never sends nor one that never reads its
     // replies holds up the others.
-    base::unique_fd silent = RawConnect(dir, "svc");
-    base::unique_fd flood = RawConnect(dir, "svc");
+    base::unique_fd silent = RawConnect(dir.path(), "svc");
+    base::unique_fd flood = RawConnect(dir.path(), "svc");
     fcntl(flood.get(), F_SETFL, O_NONBLOCK);
     size_t sent = 0;
-    while (sent < 1000000 && SendHeader(flood.get(), IBinder::PING_TRANSACTION, 0)) {
+    while (sent < 1000000 && SendHeader(flood.get(), Request(IBinder::PING_TRANSACTION))) {
         ++sent;
     }
     EXPECT_LT(sent, 1000000u) << "the server stopped reading";
 
-    // The connections up to the limit are served; those beyond it refused.
+    // Beyond the bound, the connections used least recently make room:
+    // those above, then the first ones opened here.
     std::vector<base::unique_fd> open;
-    std::string answer;
-    while (open.size() <= BinderPool::MAX_CONNECTIONS && answer != "closed") {
-        open.push_back(RawConnect(dir, "svc"));
-        answer = SendHeader(open.back().get(), IBinder::PING_TRANSACTION, 0)
-                         ? ReadReply(open.back().get())
-                         : "closed";
+    for (size_t i = 0; i < BinderPool::MAX_CONNECTIONS + 4; ++i) {
+        open.push_back(RawConnect(dir.path(), "svc"));
+        ASSERT_TRUE(SendHeader(open.back().get(), Request(IBinder::PING_TRANSACTION)));
+        ASSERT_EQ(ReadReply(open.back().get()), "0") << i;
     }
-    EXPECT_EQ(answer, "closed");
-    EXPECT_GE(open.size(), BinderPool::MAX_CONNECTIONS - 8);
-    EXPECT_EQ(log.CountContaining(kTag, "refusing connection"), 1u);
+    EXPECT_EQ(ReadReply(silent.get()), "closed");
+    EXPECT_EQ(ReadReply(open.front().get()), "closed");
+    EXPECT_TRUE(SendHeader(open.back().get(), Request(IBinder::PING_TRANSACTION)));
+    EXPECT_EQ(ReadReply(open.back().get()), "0");
 
     // Nothing is left behind.
     open.clear();
@@ -277,8 +240,135 @@ TEST(BinderPoolTest, ServesClientsConcurrentlyDropsBadPeersAndStops) {
     ProcessState::self()->stopThreadPool();
     joined.join();
     EXPECT_EQ(CountEntries("/proc/self/fd"), fdsBefore);
-    std::lock_guard<std::mutex> lock(gate->mutex);
-    EXPECT_EQ(gate->maxInFlight, 2);
+    EXPECT_EQ(gate->MaxWaiting(), 2);
+    ProcessState::self()->setThreadPoolMaxThreadCount(BinderPool::DEFAULT_MAX_THREADS);
+}
+
+// Two processes publish each name at the same moment: both wait on one
+// pipe, and go when it gets two bytes at once.
+TEST(BinderLifecycleTest, OfPublishersRacingForANameExactlyOneWins) {
+    ScopedBinderDir dir;
+    int start[2];
+    ASSERT_EQ(pipe2(start, O_CLOEXEC), 0);
+    const base::unique_fd go(start[1]);
+    const base::unique_fd wait(start[0]);
+    PeerProcess first(wait.get());
+    PeerProcess second(wait.get());
+    const std::string await = "await " + std::to_string(wait.get()) + "\n";
+    const std::string won = std::to_string(NO_ERROR);
+    const std::string lost = std::to_string(ALREADY_EXISTS);
+    for (int round = 0; round < 200; ++round) {
+        const std::string command = await + "publish race-" + std::to_string(round);
+        first.Send(command);
+        second.Send(command);
+        ASSERT_EQ(first.Answer() + second.Answer(), "readyready");
+        ASSERT_EQ(write(go.get(), "go", 2), 2);
+        const std::string answers = first.Answer() + " " + second.Answer();
+        EXPECT_TRUE(answers == won + " " + lost || answers == lost + " " + won)
+                << "round " << round << ": " << answers;
+    }
+}
+
+// A child that replaces the descriptors it inherited with files of its own
+// still has them after using, and dropping, the proxy it inherited.
+TEST(BinderLifecycleTest, ForkedChildKeepsItsOwnDescriptors) {
+    ScopedBinderDir dir;
+    PeerProcess service;
+    ASSERT_EQ(service.Ask("publish echo"), "0");
+    const std::set<int> before = OpenFds();
+    sp<IBinder> proxy = defaultServiceManager()->getService(String16("echo"));
+    ASSERT_NE(proxy, nullptr);
+    std::vector<int> inherited;  // the proxy's folder handle and connection
+    for (const int fd : OpenFds()) {
+        if (before.count(fd) == 0) {
+            inherited.push_back(fd);
+        }
+    }
+    ASSERT_FALSE(inherited.empty());
+    struct stat null;
+    ASSERT_EQ(stat("/dev/null", &null), 0);
+
+    int verdict[2];
+    ASSERT_EQ(pipe2(verdict, O_CLOEXEC), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        const int own = open("/dev/null", O_RDONLY);
+        for (const int fd : inherited) {
+            dup2(own, fd);
+        }
+        Parcel data;
+        Parcel reply;
+        bool kept = proxy->transact(EchoBinder::ECHO, data, &reply) == NO_ERROR;
+        proxy.clear();
+        for (const int fd : inherited) {
+            struct stat st;
+            kept = kept && fstat(fd, &st) == 0 && st.st_rdev == null.st_rdev;
+        }
+        const char answer = kept ? 'y' : 'n';
+        _exit(write(verdict[1], &answer, 1) == 1 ? 0 : 1);
+    }
+    close(verdict[1]);
+    pollfd pfd = {verdict[0], POLLIN, 0};
+    char answer = '-';
+    EXPECT_EQ(poll(&pfd, 1, 20000), 1);
+    EXPECT_EQ(read(verdict[0], &answer, 1), 1);
+    EXPECT_EQ(answer, 'y') << "the child's call went through and its files stayed";
+    close(verdict[0]);
+    waitpid(child, nullptr, 0);
+    Parcel data;
+    Parcel reply;
+    EXPECT_EQ(proxy->transact(EchoBinder::ECHO, data, &reply), NO_ERROR);
+}
+
+TEST(BinderLifecycleTest, StartedPoolHasAThreadEvenWithAMaximumOfNone) {
+    ScopedBinderDir dir;
+    ASSERT_EQ(defaultServiceManager()->addService(String16("svc"), new BBinder), NO_ERROR);
+    ProcessState::self()->setThreadPoolMaxThreadCount(0);
+    ProcessState::self()->startThreadPool();
+    const base::unique_fd conn = RawConnect(dir.path(), "svc");
+    ASSERT_TRUE(SendHeader(conn.get(), Request(IBinder::PING_TRANSACTION)));
+    EXPECT_EQ(ReadReply(conn.get()), "0");
+    ProcessState::self()->stopThreadPool();
+    ProcessState::self()->setThreadPoolMaxThreadCount(BinderPool::DEFAULT_MAX_THREADS);
+}
+
+// The client has used up its user's inotify instances before it looks.
+TEST(BinderLifecycleTest, GetServiceWaitsForAServiceEvenWithoutInotify) {
+    ScopedBinderDir dir;
+    PeerProcess client;
+    ASSERT_EQ(client.Ask("log"), "ok");
+    const std::string exhausted = client.Ask("noinotify");
+    ASSERT_EQ(exhausted.substr(exhausted.find(' ') + 1), std::to_string(EMFILE)) << exhausted;
+    client.Send("get late");
+    ASSERT_TRUE(client.WaitForLine("polling")) << "it looked once, found nothing and polls";
+    ASSERT_EQ(defaultServiceManager()->addService(String16("late"), new EchoBinder), NO_ERROR);
+    ProcessState::self()->startThreadPool();
+    EXPECT_EQ(client.Answer(), "ok");
+    EXPECT_EQ(client.Calls(1).answered, 1);
+    ProcessState::self()->stopThreadPool();
+}
+
+// Two stops come while a call runs: neither may return before it ended.
+TEST(BinderLifecycleTest, EveryStopReturnsOnlyOnceThePoolsThreadsAreGone) {
+    ScopedBinderDir dir;
+    const sp<EchoBinder> echo = new EchoBinder;
+    ASSERT_EQ(defaultServiceManager()->addService(String16("svc"), echo), NO_ERROR);
+    ProcessState::self()->startThreadPool();
+    echo->SetOpen(false);
+    const base::unique_fd conn = RawConnect(dir.path(), "svc");
+    ASSERT_TRUE(SendHeader(conn.get(), Request(EchoBinder::ECHO)));
+    ASSERT_TRUE(echo->WaitForWaiting(1));
+    // Each stop tells how many calls had ended when it returned.
+    const auto stop = [&] {
+        ProcessState::self()->stopThreadPool();
+        return echo->Answered();
+    };
+    std::future<int> first = std::async(std::launch::async, stop);
+    std::future<int> second = std::async(std::launch::async, stop);
+    EXPECT_EQ(second.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
+    echo->SetOpen(true);
+    EXPECT_EQ(first.get(), 1);
+    EXPECT_EQ(second.get(), 1);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 
 #include <android/log.h>
@@ -15,6 +16,10 @@ std::mutex gMutex;
 std::condition_variable gLineAdded;
 // Never destroyed: a thread of a test may still log while the process exits.
 std::vector<LogLine>& gLines = *new std::vector<LogLine>;  // guarded by gMutex
+
+bool Contains(const LogLine& line, const std::string& tag, const std::string& text) {
+    return line.tag == tag && line.message.find(text) != std::string::npos;
+}
 
 void CaptureLine(const struct __android_logger_data* data, const char* message) {
     {
@@ -27,6 +32,13 @@ void CaptureLine(const struct __android_logger_data* data, const char* message) 
     if (getenv("VYMM_TEST_LOG") != nullptr) {
         __android_log_stderr_logger(data, message);
     }
+}
+
+bool WaitForLine(const std::function<bool(const LogLine&)>& matches,
+                 std::chrono::milliseconds timeout) {
+    std::unique_lock<std::mutex> lock(gMutex);
+    return gLineAdded.wait_for(lock, timeout,
+                               [&] { return std::any_of(gLines.begin(), gLines.end(), matches); });
 }
 
 }  // namespace
@@ -53,19 +65,21 @@ size_t LogCapture::Count(int priority, const std::string& tag, const std::string
 size_t LogCapture::CountContaining(const std::string& tag, const std::string& text) const {
     size_t count = 0;
     for (const LogLine& line : Lines()) {
-        count += line.tag == tag && line.message.find(text) != std::string::npos;
+        count += Contains(line, tag, text);
     }
     return count;
 }
 
 bool LogCapture::WaitFor(const std::string& tag, const std::string& message,
                          std::chrono::milliseconds timeout) const {
-    std::unique_lock<std::mutex> lock(gMutex);
-    return gLineAdded.wait_for(lock, timeout, [&] {
-        return std::any_of(gLines.begin(), gLines.end(), [&](const LogLine& line) {
-            return line.tag == tag && line.message == message;
-        });
-    });
+    return WaitForLine(
+            [&](const LogLine& line) { return line.tag == tag && line.message == message; },
+            timeout);
+}
+
+bool LogCapture::WaitForContaining(const std::string& tag, const std::string& text,
+                                   std::chrono::milliseconds timeout) const {
+    return WaitForLine([&](const LogLine& line) { return Contains(line, tag, text); }, timeout);
 }
 
 void LogCapture::Clear() {

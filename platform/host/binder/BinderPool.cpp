@@ -11,6 +11,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <map>
+
 #include <binder/IPCThreadState.h>
 #include <log/log.h>
 
@@ -74,6 +77,27 @@ void BinderPool::AddListener(base::unique_fd listener, const sp<IBinder>& binder
     Wake();
 }
 
+void BinderPool::RemoveListener(const sp<IBinder>& binder) {
+    {
+        Mutex::Autolock lock(mLock);
+        for (auto it = mListeners.begin(); it != mListeners.end();) {
+            if (it->binder == binder) {
+                mRetired.push_back(std::move(it->fd));
+                it = mListeners.erase(it);
+            } else {
+                ++it;
+            }
+        }
+        for (const std::unique_ptr<Connection>& conn : mConnections) {
+            conn->closing = conn->closing || conn->binder == binder;
+        }
+        if (!mPolling) {
+            mRetired.clear();
+        }
+    }
+    Wake();
+}
+
 void BinderPool::SetMaxThreads(size_t maxThreads) {
     Mutex::Autolock lock(mLock);
     mMaxThreads = maxThreads;
@@ -113,6 +137,11 @@ void BinderPool::Stop() {
     {
         Mutex::Autolock lock(mLock);
         if (mExit) {
+            // Another caller is stopping the pool; it is stopped when that
+            // caller is done.
+            while (mExit) {
+                mStoppedCond.wait(mLock);
+            }
             return;
         }
         mExit = true;
@@ -127,17 +156,26 @@ void BinderPool::Stop() {
     for (std::thread& worker : workers) {
         worker.join();
     }
-    // Destroyed after the lock is released: requests first, then connections.
+    // Destroyed without the lock: requests first, then connections.
     std::list<std::unique_ptr<Connection>> connections;
     std::deque<Request> queue;
-    Mutex::Autolock lock(mLock);
-    while (mJoined > 0) {
-        mLeftCond.wait(mLock);
+    std::vector<base::unique_fd> retired;
+    {
+        Mutex::Autolock lock(mLock);
+        while (mJoined > 0) {
+            mLeftCond.wait(mLock);
+        }
+        connections.swap(mConnections);
+        queue.swap(mQueue);
+        retired.swap(mRetired);
+        mPolling = false;
     }
-    connections.swap(mConnections);
-    queue.swap(mQueue);
-    mPolling = false;
+    queue.clear();
+    connections.clear();
+    retired.clear();
+    Mutex::Autolock lock(mLock);
     mExit = false;
+    mStoppedCond.broadcast();
 }
 
 void BinderPool::Wake() {
@@ -151,22 +189,26 @@ void BinderPool::PollLoop() {
     std::vector<pollfd> fds;
     std::vector<std::pair<int, sp<IBinder>>> listeners;
     std::vector<Connection*> conns;
-    std::vector<Connection*> broken;
-    for (;;) {
+    std::vector<Connection*> closing;
+    for (;; ++mRound) {
         fds.assign(1, {mWakeFd.get(), POLLIN, 0});
         listeners.clear();
         conns.clear();
-        broken.clear();
+        closing.clear();
+        std::vector<base::unique_fd> retired;
         // Accepting resumes after a pause of one round.
         const bool acceptPaused = mAcceptPaused;
         mAcceptPaused = false;
+        bool full;
         {
             Mutex::Autolock lock(mLock);
             if (mExit) {
                 return;
             }
+            retired.swap(mRetired);
+            full = mConnections.size() >= MAX_CONNECTIONS && Victim() == nullptr;
             for (const Listener& listener : mListeners) {
-                if (!acceptPaused) {
+                if (!acceptPaused && !full) {
                     fds.push_back({listener.fd.get(), POLLIN, 0});
                     listeners.emplace_back(listener.fd.get(), listener.binder);
                 }
@@ -175,8 +217,8 @@ void BinderPool::PollLoop() {
                 if (conn->busy) {
                     continue;
                 }
-                if (conn->broken) {
-                    broken.push_back(conn.get());
+                if (conn->closing) {
+                    closing.push_back(conn.get());
                     continue;
                 }
                 const short events = conn->out.empty() ? POLLIN : POLLOUT;
@@ -184,7 +226,12 @@ void BinderPool::PollLoop() {
                 conns.push_back(conn.get());
             }
         }
-        for (Connection* conn : broken) {
+        if (full && !mFull) {
+            ALOGW("all %zu connections hold calls: new ones wait", MAX_CONNECTIONS);
+        }
+        mFull = full;
+        retired.clear();
+        for (Connection* conn : closing) {
             Close(conn);
         }
         if (poll(fds.data(), fds.size(), acceptPaused ? ACCEPT_RETRY_MS : -1) < 0) {
@@ -197,11 +244,6 @@ void BinderPool::PollLoop() {
             uint64_t count;
             (void)!read(mWakeFd.get(), &count, sizeof(count));
         }
-        for (size_t i = 0; i < listeners.size(); ++i) {
-            if (fds[1 + i].revents != 0) {
-                Accept(listeners[i].first, listeners[i].second);
-            }
-        }
         for (size_t i = 0; i < conns.size(); ++i) {
             if (fds[1 + listeners.size() + i].revents == 0) {
                 continue;
@@ -213,11 +255,24 @@ void BinderPool::PollLoop() {
                 Close(conn);
             }
         }
+        // Last: making room closes connections that conns may hold.
+        bool madeRoom = false;
+        for (size_t i = 0; i < listeners.size(); ++i) {
+            if (fds[1 + i].revents != 0) {
+                Accept(listeners[i].first, listeners[i].second, &madeRoom);
+            }
+        }
     }
 }
 
-void BinderPool::Accept(int listener, const sp<IBinder>& binder) {
-    for (;;) {
+void BinderPool::Accept(int listener, const sp<IBinder>& binder, bool* madeRoom) {
+    for (size_t accepted = 0; accepted < ACCEPT_BATCH; ++accepted) {
+        {
+            Mutex::Autolock lock(mLock);
+            if (mConnections.size() >= MAX_CONNECTIONS && (*madeRoom || Victim() == nullptr)) {
+                return;
+            }
+        }
         base::unique_fd fd(accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (fd.get() < 0) {
             if (errno == EINTR || errno == ECONNABORTED) {
@@ -231,28 +286,48 @@ void BinderPool::Accept(int listener, const sp<IBinder>& binder) {
         }
         ucred cred = {};
         socklen_t len = sizeof(cred);
-        if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0) {
+        if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0 ||
+            !HostWire::PassCredentials(fd.get())) {
             ALOGW("dropping a connection without credentials: %s", strerror(errno));
             continue;
         }
-        bool refused;
+        std::unique_ptr<Connection> conn(new Connection);
+        conn->fd = std::move(fd);
+        conn->binder = binder;
+        conn->pid = cred.pid;
+        conn->uid = cred.uid;
+        conn->lastUsed = mRound;
+        std::unique_ptr<Connection> closed;
         {
             Mutex::Autolock lock(mLock);
-            refused = mConnections.size() >= MAX_CONNECTIONS;
-            if (!refused) {
-                std::unique_ptr<Connection> conn(new Connection);
-                conn->fd = std::move(fd);
-                conn->binder = binder;
-                conn->pid = cred.pid;
-                conn->uid = cred.uid;
-                mConnections.push_back(std::move(conn));
+            if (mConnections.size() >= MAX_CONNECTIONS) {
+                closed = Detach(Victim());
+                *madeRoom = true;
             }
+            mConnections.push_back(std::move(conn));
         }
-        if (refused) {
-            ALOGW("refusing connection from pid %d uid %u: %zu connections open", cred.pid,
-                  cred.uid, MAX_CONNECTIONS);
+        if (closed != nullptr) {
+            ALOGD("closed a connection of pid %d uid %u to make room", closed->pid, closed->uid);
         }
     }
+}
+
+BinderPool::Connection* BinderPool::Victim() {
+    std::map<uid_t, size_t> held;
+    for (const std::unique_ptr<Connection>& conn : mConnections) {
+        ++held[conn->uid];
+    }
+    Connection* victim = nullptr;
+    for (const std::unique_ptr<Connection>& conn : mConnections) {
+        if (conn->busy) {
+            continue;
+        }
+        if (victim == nullptr || held[conn->uid] > held[victim->uid] ||
+            (held[conn->uid] == held[victim->uid] && conn->lastUsed < victim->lastUsed)) {
+            victim = conn.get();
+        }
+    }
+    return victim;
 }
 
 void BinderPool::ReadRequest(Connection* conn) {
@@ -273,13 +348,21 @@ void BinderPool::ReadRequest(Connection* conn) {
         case FrameReader::COMPLETE:
             break;
     }
-    Request request = {conn, {}, std::make_unique<Parcel>()};
+    Request request = {conn, {}, conn->reader.Sender(), std::make_unique<Parcel>()};
     conn->reader.Take(&request.header, request.data.get());
+    conn->lastUsed = mRound;
 
     Mutex::Autolock lock(mLock);
+    // The service was removed: the next round closes the connection, and
+    // the client finds nothing when it sends again.
+    if (conn->closing) {
+        return;
+    }
     conn->busy = true;
     mQueue.push_back(std::move(request));
-    if (!mExit && mQueue.size() > mIdle && mWorkers.size() < mMaxThreads) {
+    // As on a device, a started pool always has a thread.
+    const size_t maxWorkers = std::max<size_t>(mMaxThreads, 1);
+    if (!mExit && mQueue.size() > mIdle && mWorkers.size() < maxWorkers) {
         const size_t index = mWorkers.size();
         mWorkers.emplace_back([this, index] {
             char name[16];
@@ -317,8 +400,8 @@ void BinderPool::Serve(Request* request) {
     Connection* conn = request->conn;
     IPCThreadState* ipc = IPCThreadState::self();
     const int64_t token = ipc->clearCallingIdentity();
-    ipc->mCallingPid = conn->pid;
-    ipc->mCallingUid = conn->uid;
+    ipc->mCallingPid = request->sender.pid;
+    ipc->mCallingUid = request->sender.uid;
     Parcel reply;
     status_t status;
     {
@@ -339,7 +422,7 @@ void BinderPool::Serve(Request* request) {
     const bool sent = Flush(conn);
     {
         Mutex::Autolock lock(mLock);
-        conn->broken = !sent;
+        conn->closing = conn->closing || !sent;
         conn->busy = false;
     }
     Wake();
@@ -363,17 +446,21 @@ bool BinderPool::Flush(Connection* conn) {
 }
 
 void BinderPool::Close(Connection* conn) {
+    // Destroyed after the lock is released.
     std::unique_ptr<Connection> closing;
-    {
-        Mutex::Autolock lock(mLock);
-        for (auto it = mConnections.begin(); it != mConnections.end(); ++it) {
-            if (it->get() == conn) {
-                closing = std::move(*it);
-                mConnections.erase(it);
-                break;
-            }
+    Mutex::Autolock lock(mLock);
+    closing = Detach(conn);
+}
+
+std::unique_ptr<BinderPool::Connection> BinderPool::Detach(Connection* conn) {
+    for (auto it = mConnections.begin(); it != mConnections.end(); ++it) {
+        if (it->get() == conn) {
+            std::unique_ptr<Connection> detached = std::move(*it);
+            mConnections.erase(it);
+            return detached;
         }
     }
+    return nullptr;
 }
 
 }  // namespace android

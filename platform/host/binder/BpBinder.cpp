@@ -2,52 +2,82 @@
 
 #include <binder/BpBinder.h>
 
+#include <errno.h>
 #include <string.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
 
 #include <binder/Parcel.h>
 #include <log/log.h>
 
+#include "ProcessFd.h"
+#include "RuntimeFolder.h"
 #include "Wire.h"
 
 namespace android {
 
-BpBinder::BpBinder(const std::string& path, int connection)
-    : mPath(path), mAlive(true), mIdleOwner(getpid()), mHaveDescriptor(false) {
-    mIdle.push_back(connection);
+namespace {
+
+// The errors of connect() that say nothing listens on the socket any more.
+bool NothingListens(int err) { return err == ECONNREFUSED || err == ENOENT; }
+
+}  // namespace
+
+BpBinder::BpBinder(RuntimeFolder&& folder, const std::string& name, int connection)
+    : mName(name),
+      mAlive(true),
+      mFolder(new RuntimeFolder(std::move(folder))),
+      mHaveDescriptor(false) {
+    mIdle.emplace_back(connection);
 }
 
-BpBinder::~BpBinder() {
-    Mutex::Autolock lock(mLock);
-    for (int fd : mIdle) {
-        close(fd);
+BpBinder::~BpBinder() = default;
+
+void BpBinder::dropInherited() {
+    mIdle.erase(std::remove_if(mIdle.begin(), mIdle.end(),
+                               [](const ProcessFd& fd) { return fd.get() < 0; }),
+                mIdle.end());
+    if (mFolder->fd() < 0) {
+        *mFolder = RuntimeFolder::Open(mFolder->path(), false);
     }
 }
 
-int BpBinder::takeConnection() {
+int BpBinder::takeConnection(bool* reused) {
     {
         Mutex::Autolock lock(mLock);
-        if (mIdleOwner != getpid()) {
-            for (int fd : mIdle) {
-                close(fd);
-            }
-            mIdle.clear();
-            mIdleOwner = getpid();
-        }
+        dropInherited();
         if (!mIdle.empty()) {
-            const int fd = mIdle.back();
+            const int fd = mIdle.back().release();
             mIdle.pop_back();
+            *reused = true;
             return fd;
         }
     }
-    return HostWire::Connect(mPath);
+    *reused = false;
+    return connect();
+}
+
+int BpBinder::connect() {
+    std::string path;
+    {
+        Mutex::Autolock lock(mLock);
+        dropInherited();
+        // A folder that cannot be reopened has no socket: ENOENT.
+        path = mFolder->Entry(mName);
+    }
+    // Blocks while the service's backlog is full.
+    return HostWire::Connect(path);
 }
 
 void BpBinder::putConnection(int fd) {
     {
         Mutex::Autolock lock(mLock);
-        if (mIdleOwner == getpid() && mIdle.size() < MAX_IDLE_CONNECTIONS) {
-            mIdle.push_back(fd);
+        dropInherited();
+        if (mIdle.size() < MAX_IDLE_CONNECTIONS) {
+            mIdle.emplace_back(fd);
             return;
         }
     }
@@ -59,34 +89,90 @@ status_t BpBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, ui
         return DEAD_OBJECT;
     }
     if (data.dataSize() > MAX_FRAME_DATA || data.objectsCount() > MAX_FRAME_FDS) {
-        ALOGE("transaction %u to %s is too large", code, mPath.c_str());
+        ALOGE("transaction %u to %s is too large", code, mName.c_str());
         return FAILED_TRANSACTION;
     }
-    const int fd = takeConnection();
-    if (fd < 0) {
-        ALOGW("cannot reach %s: %s", mPath.c_str(), strerror(errno));
-        mAlive = false;
-        return DEAD_OBJECT;
-    }
-    status_t err = HostWire::SendFrame(fd, code, flags, data);
-    if (err == NO_ERROR) {
-        FrameReader reader(0);
-        const FrameReader::Result result = reader.Read(fd);
-        if (result == FrameReader::COMPLETE) {
-            FrameHeader header;
-            Parcel ignored;
-            reader.Take(&header, reply != nullptr ? reply : &ignored);
-            putConnection(fd);
-            return static_cast<status_t>(header.code);
+    Parcel ignored;
+    int backoffMs = 1;
+    int lastError = 0;
+    for (int attempt = 1;; ++attempt) {
+        bool reused = false;
+        base::unique_fd fd(takeConnection(&reused));
+        if (fd.get() < 0) {
+            if (NothingListens(errno)) {
+                return died();
+            }
+            if (lastError == 0) {
+                ALOGW("cannot connect to %s (%s): trying again", mName.c_str(), strerror(errno));
+            }
+            lastError = errno;
+        } else {
+            status_t status = NO_ERROR;
+            switch (exchange(fd.get(), code, flags, data, reply != nullptr ? reply : &ignored,
+                             &status)) {
+                case ANSWERED:
+                    putConnection(fd.release());
+                    return status;
+                case BAD_REPLY:
+                    return FAILED_TRANSACTION;
+                case REPLY_LOST:
+                    return replyLost();
+                case NOT_RUN:
+                    lastError = ECONNRESET;
+                    break;
+            }
         }
-        if (result == FrameReader::BAD) {
-            ALOGE("bad reply from %s: %s", mPath.c_str(), reader.Error());
-            close(fd);
+        if (attempt == MAX_ATTEMPTS) {
+            ALOGE("transaction %u to %s failed %d times, last: %s", code, mName.c_str(),
+                  MAX_ATTEMPTS, strerror(lastError));
             return FAILED_TRANSACTION;
         }
+        // An idle connection closed by the service is no sign of load.
+        if (!reused) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(backoffMs));
+            backoffMs = std::min(backoffMs * 2, MAX_BACKOFF_MS);
+        }
     }
-    close(fd);
-    mAlive = false;
+}
+
+BpBinder::Outcome BpBinder::exchange(int fd, uint32_t code, uint32_t flags, const Parcel& data,
+                                     Parcel* reply, status_t* status) {
+    // A send fails only when the service closed the connection, which it
+    // does without running a request it has not read whole.
+    if (HostWire::SendFrame(fd, code, flags, data) != NO_ERROR) {
+        return NOT_RUN;
+    }
+    FrameReader reader(0);
+    switch (reader.Read(fd)) {
+        case FrameReader::COMPLETE: {
+            FrameHeader header;
+            reader.Take(&header, reply);
+            *status = static_cast<status_t>(header.code);
+            return ANSWERED;
+        }
+        case FrameReader::BAD:
+            ALOGE("bad reply from %s: %s", mName.c_str(), reader.Error());
+            return BAD_REPLY;
+        default:
+            // The service closes a connection without answering only while
+            // its request is unread, or queued and dropped by a stopping pool.
+            return reader.Empty() ? NOT_RUN : REPLY_LOST;
+    }
+}
+
+status_t BpBinder::replyLost() {
+    const base::unique_fd probe(connect());
+    if (probe.get() < 0 && NothingListens(errno)) {
+        return died();
+    }
+    ALOGE("the reply of %s was cut short", mName.c_str());
+    return FAILED_TRANSACTION;
+}
+
+status_t BpBinder::died() {
+    if (mAlive.exchange(false)) {
+        ALOGW("service %s is gone: nothing listens on it", mName.c_str());
+    }
     return DEAD_OBJECT;
 }
 

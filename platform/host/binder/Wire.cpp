@@ -16,7 +16,9 @@ int HostWire::Connect(const std::string& path) {
     addr.sun_family = AF_UNIX;
     memcpy(addr.sun_path, path.c_str(), path.size() + 1);
     base::unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (fd.get() < 0) {
+    // Set before the first message, which may be sent before the service
+    // accepts the connection.
+    if (fd.get() < 0 || !PassCredentials(fd.get())) {
         return -1;
     }
     while (connect(fd.get(), reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) != 0) {
@@ -25,6 +27,11 @@ int HostWire::Connect(const std::string& path) {
         }
     }
     return fd.release();
+}
+
+bool HostWire::PassCredentials(int fd) {
+    const int on = 1;
+    return setsockopt(fd, SOL_SOCKET, SO_PASSCRED, &on, sizeof(on)) == 0;
 }
 
 std::vector<uint8_t> HostWire::EncodeFrame(uint32_t code, uint32_t flags, const Parcel& parcel) {
@@ -109,7 +116,8 @@ FrameReader::Result FrameReader::Read(int fd) {
             want = mData.size() - mDataGot;
         }
 
-        alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int) * MAX_FRAME_FDS)];
+        alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred)) +
+                                      CMSG_SPACE(sizeof(int) * MAX_FRAME_FDS)];
         iovec iov = {dst, want};
         msghdr msg = {};
         msg.msg_iov = &iov;
@@ -127,24 +135,22 @@ FrameReader::Result FrameReader::Read(int fd) {
             return errno == ECONNRESET ? CLOSED : Fail("read failed");
         }
         // Own the descriptors first, so that none leaks whatever follows.
-        for (cmsghdr* cmsg = CMSG_FIRSTHDR(&msg); cmsg != nullptr;
-             cmsg = CMSG_NXTHDR(&msg, cmsg)) {
-            if (cmsg->cmsg_level != SOL_SOCKET || cmsg->cmsg_type != SCM_RIGHTS) {
-                continue;
-            }
-            const size_t count = (cmsg->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-            for (size_t i = 0; i < count; ++i) {
-                int received;
-                memcpy(&received, CMSG_DATA(cmsg) + i * sizeof(int), sizeof(int));
-                mFds.emplace_back(received);
-            }
-        }
+        ucred sender = UNKNOWN_SENDER;
+        TakeControl(&msg, &sender);
         if ((msg.msg_flags & MSG_CTRUNC) != 0 || mFds.size() > mMaxFds) {
             return Fail("too many descriptors");
         }
         if (n == 0) {
             mFds.clear();
             return CLOSED;
+        }
+        // The kernel never mixes the bytes of two senders in one read, but
+        // a frame takes several reads when it comes in pieces.
+        if (Empty()) {
+            mSender = sender;
+        } else if (sender.pid != mSender.pid || sender.uid != mSender.uid ||
+                   sender.gid != mSender.gid) {
+            return Fail("credentials changed within a frame");
         }
 
         if (mHeaderGot < sizeof(mHeader)) {
@@ -172,6 +178,24 @@ FrameReader::Result FrameReader::Read(int fd) {
     }
 }
 
+void FrameReader::TakeControl(msghdr* msg, ucred* sender) {
+    for (cmsghdr* cmsg = CMSG_FIRSTHDR(msg); cmsg != nullptr; cmsg = CMSG_NXTHDR(msg, cmsg)) {
+        if (cmsg->cmsg_level != SOL_SOCKET) {
+            continue;
+        }
+        if (cmsg->cmsg_type == SCM_CREDENTIALS && cmsg->cmsg_len == CMSG_LEN(sizeof(ucred))) {
+            memcpy(sender, CMSG_DATA(cmsg), sizeof(ucred));
+        } else if (cmsg->cmsg_type == SCM_RIGHTS) {
+            const size_t count = (cmsg->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+            for (size_t i = 0; i < count; ++i) {
+                int received;
+                memcpy(&received, CMSG_DATA(cmsg) + i * sizeof(int), sizeof(int));
+                mFds.emplace_back(received);
+            }
+        }
+    }
+}
+
 void FrameReader::Take(FrameHeader* header, Parcel* parcel) {
     *header = mHeader;
     HostWire::Adopt(parcel, std::move(mData), std::move(mFds));
@@ -179,6 +203,7 @@ void FrameReader::Take(FrameHeader* header, Parcel* parcel) {
     mHeaderGot = 0;
     mData.clear();
     mDataGot = 0;
+    mSender = UNKNOWN_SENDER;
 }
 
 }  // namespace android

@@ -1,12 +1,16 @@
 // How a transaction travels on a host connection (a Unix-domain stream
 // socket): a request frame from the client, a reply frame back. A frame is
 // a FrameHeader, then dataSize bytes of parcel data; its descriptors are
-// passed with SCM_RIGHTS on the header's bytes.
+// passed with SCM_RIGHTS on the header's bytes. Both ends set SO_PASSCRED,
+// so the kernel attaches the sending process's credentials to every
+// message: the sender of a frame is the process that wrote it, whoever
+// opened the connection.
 #ifndef HOST_BINDER_WIRE_H
 #define HOST_BINDER_WIRE_H
 
 #include <stddef.h>
 #include <stdint.h>
+#include <sys/socket.h>
 
 #include <string>
 #include <vector>
@@ -32,6 +36,9 @@ struct HostWire {
     // A blocking socket connected to the one listening at path; -1 with
     // errno set on failure.
     static int Connect(const std::string& path);
+    // Makes the kernel attach credentials to the messages on fd; false on
+    // failure, with errno set.
+    static bool PassCredentials(int fd);
     // Sends a whole frame carrying parcel's data and descriptors; blocks
     // until it is sent. NO_ERROR, or the send error.
     static status_t SendFrame(int fd, uint32_t code, uint32_t flags, const Parcel& parcel);
@@ -59,11 +66,19 @@ public:
     // True when no byte of a frame has been read.
     bool Empty() const { return mHeaderGot == 0; }
     const char* Error() const { return mError; }
+    // Who sent the frame being read, as the kernel reported it for its
+    // bytes: every read of a frame must report the same sender. Pid 0 and
+    // ids -1 when it reported none.
+    const ucred& Sender() const { return mSender; }
     // The complete frame; the reader starts on the next.
     void Take(FrameHeader* header, Parcel* parcel);
 
 private:
+    static constexpr ucred UNKNOWN_SENDER = {0, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
+
     Result Fail(const char* why);
+    // Owns the descriptors that msg carries, and reads its sender.
+    void TakeControl(msghdr* msg, ucred* sender);
 
     const size_t mMaxFds;
     FrameHeader mHeader = {};
@@ -71,6 +86,7 @@ private:
     std::vector<uint8_t> mData;
     size_t mDataGot = 0;
     std::vector<base::unique_fd> mFds;
+    ucred mSender = UNKNOWN_SENDER;
     const char* mError = "";
 };
 

@@ -1,14 +1,23 @@
 // A proxy for a Binder object of another process, reached through the
-// socket on which that process listens. Any thread may call it; a call uses
-// a connection no other call is using, so concurrent calls do not wait for
-// each other, and the calls of one thread arrive in order. Once the other
-// process is found gone, every call fails with DEAD_OBJECT.
+// socket on which that process listens, in the runtime folder the proxy was
+// found in. Any thread may call it; a call uses a connection no other call
+// is using, so concurrent calls do not wait for each other, and the calls
+// of one thread arrive in order.
+//
+// A call whose connection the service closed before running it (an idle
+// connection closed to make room, a pool that stopped) is sent again on a
+// new connection, after a bounded back-off when that fails too; a call that
+// still cannot be sent fails with FAILED_TRANSACTION. Only once nothing
+// listens on the socket any more is the proxy dead: every call then fails
+// with DEAD_OBJECT. A child forked from the process that made the proxy
+// uses connections of its own and never touches those it inherited.
 #ifndef HOST_BINDER_BP_BINDER_H
 #define HOST_BINDER_BP_BINDER_H
 
 #include <sys/types.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -16,6 +25,9 @@
 #include <utils/Mutex.h>
 
 namespace android {
+
+class ProcessFd;
+class RuntimeFolder;
 
 class BpBinder : public IBinder {
 public:
@@ -34,24 +46,45 @@ private:
 
     // Idle connections kept for the next calls; more are closed.
     static constexpr size_t MAX_IDLE_CONNECTIONS = 4;
+    // Tries of one call, and the longest pause between two of them.
+    static constexpr int MAX_ATTEMPTS = 12;
+    static constexpr int MAX_BACKOFF_MS = 128;
 
-    // Adopts connection, a socket already connected to path.
-    BpBinder(const std::string& path, int connection);
+    enum Outcome {
+        ANSWERED,
+        NOT_RUN,     // closed before any byte of the reply: send it again
+        REPLY_LOST,  // closed during the reply
+        BAD_REPLY,
+    };
+
+    // Adopts connection, a socket connected to the one named name in folder.
+    BpBinder(RuntimeFolder&& folder, const std::string& name, int connection);
     ~BpBinder() override;
 
-    // An idle connection of this process, else a new one; -1 on failure.
-    int takeConnection();
+    // An idle connection (reused set), else a new one; -1 with errno set
+    // on failure.
+    int takeConnection(bool* reused);
     void putConnection(int fd);
+    // A new connection to the service; -1 with errno set on failure.
+    int connect();
+    // Forgets the connections a forked child inherited, without closing them.
+    void dropInherited() REQUIRES(mLock);
+    Outcome exchange(int fd, uint32_t code, uint32_t flags, const Parcel& data, Parcel* reply,
+                     status_t* status);
+    // What a call whose reply was cut short fails with.
+    status_t replyLost();
+    status_t died();
 
     // Constant after construction.
-    const std::string mPath;
+    const std::string mName;
 
     std::atomic<bool> mAlive;
 
     mutable Mutex mLock;
-    std::vector<int> mIdle GUARDED_BY(mLock);
-    // The process that opened mIdle: a forked child must not share them.
-    pid_t mIdleOwner GUARDED_BY(mLock);
+    // Reopened in a forked child.
+    std::unique_ptr<RuntimeFolder> mFolder GUARDED_BY(mLock);
+    // The most recently used last.
+    std::vector<ProcessFd> mIdle GUARDED_BY(mLock);
     mutable bool mHaveDescriptor GUARDED_BY(mLock);
     // Set once under mLock before mHaveDescriptor, constant afterwards.
     mutable String16 mDescriptor;

@@ -12,9 +12,11 @@ class IPCThreadState {
 public:
     static IPCThreadState* self();
 
-    // During a call from another process, its pid and uid as the kernel
-    // reports them for the socket; otherwise this process's own, unless an
-    // identity was restored.
+    // During a call from another process, its pid and real uid as the
+    // kernel reports them for the message that carried this call (an
+    // unprivileged sender cannot choose them), whoever opened the
+    // connection; otherwise this process's own, unless an identity was
+    // restored.
     pid_t getCallingPid() const { return mCallingPid; }
     uid_t getCallingUid() const { return mCallingUid; }
 

@@ -1,8 +1,11 @@
 // The directory of published services. On a host, a service published by
 // one process is reached from others through a Unix-domain socket named
 // after it in the runtime folder: $HOST_BINDER_DIR, else /tmp/host-binder.
-// The folder must belong to this process's user or to root and be writable
-// by nobody else; any other folder is refused. Safe to call from any thread.
+// Every folder on its path must belong to this process's user or to root
+// and be writable by nobody else (a sticky folder of root, such as /tmp,
+// excepted); any other folder is refused, with a log line naming the
+// folder at fault. Only publishing creates the runtime folder. Safe to call
+// from any thread.
 #ifndef HOST_BINDER_ISERVICE_MANAGER_H
 #define HOST_BINDER_ISERVICE_MANAGER_H
 
@@ -32,13 +35,23 @@ public:
     virtual sp<IBinder> checkService(const String16& name) const = 0;
     // service must be a local object. Requests reach it once this process
     // runs its thread pool. ALREADY_EXISTS when a live process, or this
-    // one, already publishes name.
+    // one, already publishes name: of processes publishing a name at once,
+    // exactly one succeeds. PERMISSION_DENIED when the runtime folder is
+    // refused.
     virtual status_t addService(const String16& name, const sp<IBinder>& service,
                                 bool allowIsolated = false,
                                 int dumpsysFlags = DUMP_FLAG_PRIORITY_DEFAULT) = 0;
     // This process's services of the given priorities; services of other
     // processes, whose priority is not known here, only for all priorities.
     virtual Vector<String16> listServices(int dumpsysFlags = DUMP_FLAG_PRIORITY_ALL) = 0;
+
+    // Host only: stops publishing name, a service of this process, so that
+    // a launcher can release the name when asked to stop (not from a signal
+    // handler): removes its socket, closes its connections once no call
+    // holds them and drops the reference to the service. Proxies held by
+    // other processes are dead from then on. NAME_NOT_FOUND when this
+    // process does not publish name.
+    virtual status_t removeService(const String16& name) = 0;
 };
 
 sp<IServiceManager> defaultServiceManager();

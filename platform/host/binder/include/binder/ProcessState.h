@@ -18,16 +18,19 @@ public:
     static sp<ProcessState> self();
 
     // Starts serving: calls from different clients run concurrently on up
-    // to the maximum number of pool threads, spawned as calls need them, plus
-    // the threads that joined the pool; the calls of one client thread run
-    // one after the other, in order.
+    // to the maximum number of pool threads (at least one, even with a
+    // maximum of 0), spawned as calls need them, plus the threads that
+    // joined the pool; the calls of one client thread run one after the
+    // other, in order.
     void startThreadPool();
     status_t setThreadPoolMaxThreadCount(size_t maxThreads);
 
     // Host only: stops serving, joins every pool thread and waits for the
     // joined threads to leave; closes the open connections and drops the
-    // calls not yet started. Published services stay, and startThreadPool
-    // serves them again. Must not be called from a pool thread.
+    // calls not yet started, which their clients send again. Published
+    // services stay, and startThreadPool serves them again. Every caller,
+    // also one that comes while another is stopping the pool, returns once
+    // the pool's threads are gone. Must not be called from a pool thread.
     void stopThreadPool();
 
 private:

@@ -1,0 +1,184 @@
+// What the Binder runtime's tests and their peer program, binder_test_peer,
+// share: a service that echoes its caller's identity, and on the test's
+// side a peer process driven one command a line.
+//
+// The peer's commands, each answered with one line:
+//   get NAME      looks NAME up (getService) for the later calls: "ok" or "null"
+//   calls N       N calls to it at once, one per thread:
+//                 "<answered> <first failure status or 0> <uid> <pid>", the
+//                 identity the service saw in the last answered call
+//   uid U         drops to uid U (root only): "ok"
+//   nofile [max]  limits its descriptors to those open, or back to the most
+//                 allowed: "ok"
+//   noinotify     opens inotify instances until refused: "<count> <errno>"
+//   churn NAME    starts connecting to NAME's socket and closing at once,
+//                 in a loop: "ok" after the first hundred connections
+//   stop          stops churning: "<connections made>"
+//   publish NAME  publishes an echo service as NAME and serves it: "<status>"
+//   raw FD OFFSET sends an echo request on its descriptor FD, from byte
+//                 OFFSET on: "<uid> <pid>", or "closed"
+//   await FD      answers "ready", then reads a byte from its descriptor FD
+//                 before it reads the next command
+//   log           writes its platform log lines too, as "log: <message>"
+// It ends at the end of its input.
+#ifndef VYMM_TESTS_BINDER_PEER_H
+#define VYMM_TESTS_BINDER_PEER_H
+
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <android-base/unique_fd.h>
+#include <binder/Binder.h>
+#include <binder/IPCThreadState.h>
+#include <binder/Parcel.h>
+
+#include "Wire.h"
+
+// Answers its caller's uid and pid. Calls wait while the gate is closed.
+class EchoBinder : public android::BBinder {
+public:
+    static constexpr uint32_t ECHO = FIRST_CALL_TRANSACTION;
+
+    void SetOpen(bool open) {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mOpen = open;
+        mChanged.notify_all();
+    }
+    // Waits until count calls wait at the gate; false at the deadline.
+    bool WaitForWaiting(int count) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mChanged.wait_for(lock, std::chrono::seconds(20),
+                                 [&] { return mWaiting >= count; });
+    }
+    int MaxWaiting() const {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mMaxWaiting;
+    }
+    int Answered() const {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mAnswered;
+    }
+
+protected:
+    android::status_t onTransact(uint32_t code, const android::Parcel& data,
+                                 android::Parcel* reply, uint32_t flags) override {
+        if (code != ECHO) {
+            return BBinder::onTransact(code, data, reply, flags);
+        }
+        std::unique_lock<std::mutex> lock(mMutex);
+        mMaxWaiting = std::max(mMaxWaiting, ++mWaiting);
+        mChanged.notify_all();
+        mChanged.wait(lock, [&] { return mOpen; });
+        --mWaiting;
+        ++mAnswered;
+        const android::IPCThreadState* ipc = android::IPCThreadState::self();
+        reply->writeInt32(static_cast<int32_t>(ipc->getCallingUid()));
+        reply->writeInt32(ipc->getCallingPid());
+        return android::NO_ERROR;
+    }
+
+private:
+    mutable std::mutex mMutex;
+    std::condition_variable mChanged;
+    bool mOpen = true;
+    int mWaiting = 0;
+    int mMaxWaiting = 0;
+    int mAnswered = 0;
+};
+
+// A connection to service in folder, for speaking the frame format by
+// hand; a reply that has not come in 20 s reads as "timeout".
+inline android::base::unique_fd RawConnect(const std::string& folder, const std::string& service) {
+    android::base::unique_fd fd(android::HostWire::Connect(folder + "/" + service));
+    const timeval timeout = {20, 0};
+    setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout));
+    return fd;
+}
+
+// A request header without data or descriptors unless told.
+inline android::FrameHeader Request(uint32_t code, uint32_t dataSize = 0, uint32_t fdCount = 0) {
+    return {android::FRAME_MAGIC, code, 0, dataSize, fdCount};
+}
+
+// Sends bytes [begin, end) of header; false once the service closed the
+// connection.
+inline bool SendHeader(int fd, const android::FrameHeader& header, size_t begin = 0,
+                       size_t end = sizeof(android::FrameHeader)) {
+    const char* bytes = reinterpret_cast<const char*>(&header);
+    return send(fd, bytes + begin, end - begin, MSG_NOSIGNAL) == static_cast<ssize_t>(end - begin);
+}
+
+// The status of the reply, then each 32-bit value of its data ("0 1047
+// 4242"); "closed" when the service closed the connection instead, or
+// "timeout" after the socket's receive timeout.
+inline std::string ReadReply(int fd) {
+    android::FrameReader reader(0);
+    const android::FrameReader::Result result = reader.Read(fd);
+    if (result != android::FrameReader::COMPLETE) {
+        return result == android::FrameReader::NEED_MORE ? "timeout" : "closed";
+    }
+    android::FrameHeader header;
+    android::Parcel reply;
+    reader.Take(&header, &reply);
+    std::string text = std::to_string(static_cast<int32_t>(header.code));
+    for (int32_t value; reply.readInt32(&value) == android::NO_ERROR;) {
+        text += " " + std::to_string(value);
+    }
+    return text;
+}
+
+// What a peer's "calls N" answered; answered is -1 for an answer that is
+// none.
+struct CallsResult {
+    int answered = -1;
+    int failure = 0;
+    int uid = -1;
+    int pid = -1;
+};
+
+// A binder_test_peer process for the scope, its standard input and output
+// on pipes; ended at the end of the scope. Lines of its log ("log: ...")
+// are not answers: Ask() skips them.
+class PeerProcess {
+public:
+    // inheritFd, when set, stays open in the peer at the same number.
+    explicit PeerProcess(int inheritFd = -1);
+    ~PeerProcess();
+    PeerProcess(const PeerProcess&) = delete;
+    PeerProcess& operator=(const PeerProcess&) = delete;
+
+    pid_t pid() const { return mPid; }
+    // Ends its input: the peer ends once it has done what it was told.
+    void CloseInput();
+    void Send(const std::string& command);
+    // The next answer; "timeout" or "eof" when none comes.
+    std::string Answer();
+    std::string Ask(const std::string& command) {
+        Send(command);
+        return Answer();
+    }
+    // Reads lines until one contains text; false at the deadline or end.
+    bool WaitForLine(const std::string& text);
+    CallsResult Calls(int count) { return ParseCalls(Ask("calls " + std::to_string(count))); }
+    static CallsResult ParseCalls(const std::string& answer);
+
+private:
+    // The next line, log lines included; "timeout" or "eof" when none.
+    std::string ReadLine();
+
+    pid_t mPid = -1;
+    int mIn = -1;
+    int mOut = -1;
+    std::string mBuffered;
+};
+
+#endif
