@@ -17,7 +17,7 @@ std::condition_variable gLineAdded;
 // Never destroyed: a thread of a test may still log while the process exits.
 std::vector<LogLine>& gLines = *new std::vector<LogLine>;  // guarded by gMutex
 
-bool Contains(const LogLine& line, const std::string& tag, const std::string& text) {
+bool HasText(const LogLine& line, const std::string& tag, const std::string& text) {
     return line.tag == tag && line.message.find(text) != std::string::npos;
 }
 
@@ -65,7 +65,7 @@ size_t LogCapture::Count(int priority, const std::string& tag, const std::string
 size_t LogCapture::CountContaining(const std::string& tag, const std::string& text) const {
     size_t count = 0;
     for (const LogLine& line : Lines()) {
-        count += Contains(line, tag, text);
+        count += HasText(line, tag, text);
     }
     return count;
 }
@@ -79,7 +79,7 @@ bool LogCapture::WaitFor(const std::string& tag, const std::string& message,
 
 bool LogCapture::WaitForContaining(const std::string& tag, const std::string& text,
                                    std::chrono::milliseconds timeout) const {
-    return WaitForLine([&](const LogLine& line) { return Contains(line, tag, text); }, timeout);
+    return WaitForLine([&](const LogLine& line) { return HasText(line, tag, text); }, timeout);
 }
 
 void LogCapture::Clear() {
