@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cmath>
 #include <memory>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -46,7 +47,7 @@ double Seconds(Clock::duration d) { return std::chrono::duration<double>(d).coun
 
 // The floor of a queued call: an object of the event's size handed to a
 // consumer thread under a mutex, with a signal, and taken off the front one
-// at a time by a thread of the worker's priority.
+// at a time by a thread of the worker's priority, unless held.
 class BareQueue {
 public:
     BareQueue() : mConsumer([this] { Consume(); }) {}
@@ -55,6 +56,7 @@ public:
             android::Mutex::Autolock lock(mLock);
             mStop = true;
             mPushed.signal();
+            mReleased.signal();
         }
         mConsumer.join();
     }
@@ -64,6 +66,13 @@ public:
         android::Mutex::Autolock lock(mLock);
         mQueue.push_back(std::move(event));
         mPushed.signal();
+    }
+
+    // While held, the consumer takes nothing, and waits for no push.
+    void SetHeld(bool held) EXCLUDES(mLock) {
+        android::Mutex::Autolock lock(mLock);
+        mHeld = held;
+        mReleased.signal();
     }
 
     bool WaitDrained() EXCLUDES(mLock) {
@@ -91,10 +100,10 @@ private:
             std::unique_ptr<Event> event;
             {
                 android::Mutex::Autolock lock(mLock);
-                while (mQueue.empty() && !mStop) {
-                    mPushed.wait(mLock);
+                while (!mStop && (mQueue.empty() || mHeld)) {
+                    (mHeld ? mReleased : mPushed).wait(mLock);
                 }
-                if (mQueue.empty()) {
+                if (mStop) {
                     return;
                 }
                 event = std::move(mQueue.front());
@@ -108,18 +117,29 @@ private:
 
     android::Mutex mLock;
     android::Condition mPushed;
+    android::Condition mReleased;
     android::Condition mDrained;
     std::vector<std::unique_ptr<Event>> mQueue GUARDED_BY(mLock);
     bool mStop GUARDED_BY(mLock) = false;
+    bool mHeld GUARDED_BY(mLock) = false;
     std::thread mConsumer;  // last: starts once the members above exist
 };
 
+// The calls of a batch meet the worker draining the queue as they go
+// (draining:1), or find it held (draining:0), which leaves the hand-off
+// alone; the floor's consumer does the same.
 void BM_EntryPoint(benchmark::State& state) {
+    const bool draining = state.range(0) != 0;
     const sp<BenchService> service = new BenchService;
     BareQueue bare;
     Clock::duration serviceTime{};
     Clock::duration bareTime{};
     for (auto _ : state) {
+        std::optional<WorkerHold> hold;
+        if (!draining && !hold.emplace(*service).Held()) {
+            state.SkipWithError("the worker could not be held");
+            return;
+        }
         const Clock::time_point start = Clock::now();
         for (int i = 0; i < kBatch; ++i) {
             service->WriteBigData(kQueuedId, kPackage, 1, 0);
@@ -127,16 +147,19 @@ void BM_EntryPoint(benchmark::State& state) {
         const Clock::duration took = Clock::now() - start;
         state.SetIterationTime(Seconds(took));
         serviceTime += took;
+        hold.reset();
         if (!service->Drain(kTimeout)) {
             state.SkipWithError("the worker did not drain the queue");
             return;
         }
         // The floor batch for batch, so that both see the same load.
+        bare.SetHeld(!draining);
         const Clock::time_point bareStart = Clock::now();
         for (int i = 0; i < kBatch; ++i) {
             bare.Push();
         }
         bareTime += Clock::now() - bareStart;
+        bare.SetHeld(false);
         if (!bare.WaitDrained()) {
             state.SkipWithError("the floor's consumer did not drain its queue");
             return;
@@ -147,7 +170,7 @@ void BM_EntryPoint(benchmark::State& state) {
     state.counters["floor_ns"] = Nanos(bareTime) / calls;
     state.counters["x_floor"] = Nanos(serviceTime) / Nanos(bareTime);
 }
-BENCHMARK(BM_EntryPoint)->UseManualTime();
+BENCHMARK(BM_EntryPoint)->ArgName("draining")->Arg(1)->Arg(0)->UseManualTime();
 
 // A store of some 120 counters, a quarter of its cap, and a batch of events
 // that each add to one of them, so the store keeps its size. The batch is
