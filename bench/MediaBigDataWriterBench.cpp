@@ -2,7 +2,6 @@
 // store at its cap through the host reporting library. Each reports, as
 // counters, a baseline measured in the same run and the ratio to it.
 #include <dlfcn.h>
-#include <stdlib.h>
 
 #include <chrono>
 #include <string>
@@ -12,11 +11,15 @@
 #include <benchmark/benchmark.h>
 #include <vexel.h>
 
+#include "BenchSupport.h"
+#include "BigDataIds.h"
 #include "report/VexelProxy.h"
 #include "writers/MediaBigDataWriter.h"
 #include "writers/MediaMonitorPolicy.h"
 
 using android::MediaBigDataWriter;
+using vymm_bench::CounterId;
+using vymm_bench::CounterKey;
 using android::Mutex;
 using android::sp;
 using android::String8;
@@ -24,10 +27,6 @@ using android::String8;
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// The counter ids of WriteBigData(int, String8, int, int).
-constexpr int kCountIds[] = {916019101, 916019102, 916019103, 916019201, 916019202, 916019203,
-                             916019301, 916300001, 916300002, 916400001, 916600020};
 
 // One report event as the library receives it.
 struct Event {
@@ -84,8 +83,6 @@ public:
         return events;
     }
 
-    static int CounterId(int k) { return kCountIds[k % std::size(kCountIds)]; }
-    static String8 CounterKey(int k) { return String8::format("com.example.package%d", k); }
 
 private:
     static std::vector<std::pair<std::string, int>> Ints(
@@ -119,7 +116,7 @@ void BM_WriteBigDataWarmStore(benchmark::State& state) {
     // Only keys already stored, so every write sums and the store keeps its size.
     std::vector<std::pair<int, String8>> writes;
     for (int k = 0; k < counters; ++k) {
-        writes.emplace_back(BenchWriter::CounterId(k), BenchWriter::CounterKey(k));
+        writes.emplace_back(CounterId(k), CounterKey(k));
     }
 
     size_t i = 0;
@@ -221,13 +218,5 @@ BENCHMARK(BM_UploadStoreAtCap)->Unit(benchmark::kMicrosecond);
 }  // namespace
 
 int main(int argc, char** argv) {
-    // Sent events go nowhere unless the caller names a file.
-    setenv("VEXEL_EVENT_LOG", "/dev/null", 0);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
-        return 1;
-    }
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return vymm_bench::RunBenchmarks(argc, argv);
 }
