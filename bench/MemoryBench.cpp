@@ -12,6 +12,7 @@
 #include <string.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -21,6 +22,7 @@
 
 #include "BenchSupport.h"
 #include "BigDataIds.h"
+#include "support/LogCapture.h"
 #include "support/TestEnv.h"
 
 using android::String8;
@@ -160,6 +162,43 @@ void BM_ResidentGrowth(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_ResidentGrowth)->Iterations(1)->Unit(benchmark::kSecond);
+
+// A client that sends nothing but new 1 KB text keys: the big-data store
+// refuses them at its byte limit, and says so at most once a second.
+constexpr int64_t kLongTextCalls = 100000;
+
+void BM_DistinctLongTexts(benchmark::State& state) {
+    const int64_t calls = std::min(kLongTextCalls, gCalls);
+    const std::string filler(kLongText - 8, 't');
+    for (auto _ : state) {
+        const android::sp<BenchService> service = new BenchService;
+        const LogCapture log;
+        if (!service->Drain()) {
+            state.SkipWithError("the worker did not start");
+            return;
+        }
+        const long start = ResidentKiB();
+        const auto began = vymm_bench::Clock::now();
+        for (int64_t i = 0; i < calls; ++i) {
+            const std::string text = String8::format("%08lld", static_cast<long long>(i)).c_str() +
+                                     filler;
+            service->WriteBigData(916600010, text.c_str(), "", "v");
+            if ((i + 1) % kBatch == 0 && !service->Drain()) {
+                state.SkipWithError("the worker did not keep up");
+                return;
+            }
+        }
+        service->Drain();
+        const double seconds =
+                std::chrono::duration<double>(vymm_bench::Clock::now() - began).count();
+        state.counters["calls"] = static_cast<double>(calls);
+        state.counters["growth_kib"] = static_cast<double>(ResidentKiB() - start);
+        state.counters["refusal_lines"] =
+                static_cast<double>(log.CountContaining("Vymedia_monitor_bigdata", "bigdata store full"));
+        state.counters["seconds"] = seconds;
+    }
+}
+BENCHMARK(BM_DistinctLongTexts)->Iterations(1)->Unit(benchmark::kSecond);
 
 // Takes --calls=N out of the arguments.
 bool TakeCallsFlag(int* argc, char** argv) {
