@@ -102,8 +102,8 @@ bool Service::LogSendThread::threadLoop() {
             if (!WaitForEvent()) {
                 break;
             }
-            event = mEventQueue[0];
-            mEventQueue.removeAt(0);
+            event = std::move(mEventQueue.front());
+            mEventQueue.pop_front();
             mQueueBytes -= QueueBytes(*event);
         }
         // Dropping the last reference here may destroy the service on this
@@ -117,13 +117,13 @@ bool Service::LogSendThread::threadLoop() {
 }
 
 bool Service::LogSendThread::WaitForEvent() {
-    while (mEventQueue.isEmpty()) {
+    while (mEventQueue.empty()) {
         if (exitPending()) {
             return false;
         }
         // The idle period counts from the last wake-up.
         const status_t result = mQueueCond.waitRelative(mQueueLock, mWriteCheckDuration);
-        if (result == -ETIMEDOUT && mEventQueue.isEmpty()) {
+        if (result == -ETIMEDOUT && mEventQueue.empty()) {
             const sp<LogSrvEvent> check =
                     new LogSrvEvent(EVENT_WRITE_CHECK, -1, -1, String8(), false);
             mEventQueue.push_back(check);

@@ -27,6 +27,7 @@
 #include <sys/types.h>
 
 #include <atomic>
+#include <deque>
 
 #include <IVyMediaMonitorService.h>
 #include <utils/Condition.h>
@@ -248,7 +249,10 @@ public:
         Mutex mQueueLock;
         Condition mQueueCond;  // on the monotonic clock; an event was queued
         const wp<VyMediaMonitorService> mService;
-        Vector<sp<LogSrvEvent>> mEventQueue GUARDED_BY(mQueueLock);  // FIFO
+        // FIFO. Not the platform's Vector: taking from its front reallocates
+        // it whenever it falls below half its capacity, which is every pop of
+        // a draining backlog.
+        std::deque<sp<LogSrvEvent>> mEventQueue GUARDED_BY(mQueueLock);
         size_t mQueueBytes GUARDED_BY(mQueueLock);  // as MAX_QUEUE_BYTES counts them
         // Set by onFirstRef, before the thread starts.
         bool mDebuggable;
