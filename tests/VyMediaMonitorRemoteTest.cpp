@@ -68,12 +68,7 @@ TEST_F(MonitorRemoteTest, TheMediaUidsForcedSendUploadsWhatTheExceptionWriterHol
     service->WriteLogMsg(901, 1, 0, String8("held"), String8("app"));
     RunClient(service, 1013);
     const auto uploaded = [](const std::vector<std::string>& lines) {
-        for (const std::string& line : lines) {
-            if (line.rfind("{\"id\":901,", 0) == 0) {
-                return true;
-            }
-        }
-        return false;
+        return !UploadsOf(lines, 901).empty();
     };
     EXPECT_TRUE(uploaded(events.WaitFor(uploaded)));
     EXPECT_EQ(mLog.CountContaining("Vymedia_monitor", "Permission Denial"), 0u);

@@ -1,10 +1,9 @@
 #include "support/MonitorHarness.h"
 
-#include <chrono>
-#include <thread>
-
 #include <binder/IPCThreadState.h>
 #include <gtest/gtest.h>
+
+#include "support/TestEnv.h"
 
 using namespace android;
 using Service = VyMediaMonitorService;
@@ -50,11 +49,8 @@ std::string Describe(int32_t type, int32_t eventId, const std::string& texts,
 // thread rather than on its own.
 void StopThread(const sp<Service::LogSendThread>& thread) {
     thread->Exit();
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (thread->getStrongCount() > 1 && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    EXPECT_EQ(thread->getStrongCount(), 1) << "the worker did not end";
+    EXPECT_TRUE(Eventually([&] { return thread->getStrongCount() == 1; }, std::chrono::seconds(10)))
+            << "the worker did not end";
 }
 
 }  // namespace
