@@ -8,6 +8,7 @@
 
 #include "support/LogCapture.h"
 #include "support/MonitorHarness.h"
+#include "support/ServiceFixture.h"
 #include "support/TestEnv.h"
 #include "support/WriterOutput.h"
 
@@ -158,10 +159,10 @@ TEST_F(MonitorAudioStateTest, APassingReportSendsTheActiveStreamsThenTheTenSlots
     EXPECT_EQ(lines, expected);
 }
 
-TEST_F(MonitorAudioStateTest, ClientThreadsCallingAtOnceLeaveTheWorkerServing) {
-    ScopedProperty debuggable("ro.media.debuggable", "true");  // dumps too
-    EventLog events;
-    sp<LiveMonitorService> s = new LiveMonitorService;
+using MonitorAudioStateServiceTest = ServiceFixture;
+
+TEST_F(MonitorAudioStateServiceTest, ClientThreadsCallingAtOnceLeaveTheWorkerServing) {
+    ServiceProbe* s = &Start();
     std::vector<std::future<void>> clients;
     for (int t = 0; t < 4; ++t) {
         clients.push_back(std::async(std::launch::async, [&s, t] {
@@ -193,10 +194,9 @@ TEST_F(MonitorAudioStateTest, ClientThreadsCallingAtOnceLeaveTheWorkerServing) {
     while (!uploaded && std::chrono::steady_clock::now() < deadline) {
         s->WriteLogMsg(903, 1, 0, String8("end"), String8("x"));
         s->ForceLogSend(0);
-        uploaded = served(events.WaitFor(served, std::chrono::milliseconds(200)));
+        uploaded = served(mEvents.WaitFor(served, std::chrono::milliseconds(200)));
     }
     EXPECT_TRUE(uploaded);
-    s->StopWorker();
 }
 
 }  // namespace

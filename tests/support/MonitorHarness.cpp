@@ -44,22 +44,7 @@ std::string Describe(int32_t type, int32_t eventId, const std::string& texts,
     return std::to_string(type) + ":" + std::to_string(eventId) + " s=" + texts + " i=" + numbers;
 }
 
-// Stops thread and waits until the thread has let go of its own reference:
-// the caller's one is then the last, and the object dies on the caller's
-// thread rather than on its own.
-void StopThread(const sp<Service::LogSendThread>& thread) {
-    thread->Exit();
-    EXPECT_TRUE(Eventually([&] { return thread->getStrongCount() == 1; }, std::chrono::seconds(10)))
-            << "the worker did not end";
-}
-
 }  // namespace
-
-void LiveMonitorService::StopWorker() {
-    if (mLogSendThread != nullptr) {
-        StopThread(mLogSendThread);
-    }
-}
 
 std::string Describe(const sp<Service::LogSrvEvent>& event) {
     Service::LogSrvEvent* e = event.get();
@@ -98,7 +83,12 @@ MonitorHarness::MonitorHarness() {
         const sp<LogSendThread> worker = mLogSendThread;
         mHeldQueue = new HeldQueue(this);
         mLogSendThread = mHeldQueue;
-        StopThread(worker);
+        // Once the worker lets go of its own reference, ours is the last and
+        // it dies on this thread rather than on its own.
+        worker->Exit();
+        EXPECT_TRUE(Eventually([&] { return worker->getStrongCount() == 1; },
+                               std::chrono::seconds(10)))
+                << "the worker did not end";
     }
 }
 

@@ -19,15 +19,6 @@ void ActAs(uid_t uid, pid_t pid = 4321);
 // pid, prior and sub-type).
 std::string Describe(const android::sp<android::VyMediaMonitorService::LogSrvEvent>& event);
 
-// A service with its worker, which the test stops before it lets go of the
-// service: shutdown then runs on the test's thread, and no worker outlives
-// the test.
-class LiveMonitorService : public android::VyMediaMonitorService {
-public:
-    // Ends the worker after the event it is dispatching.
-    void StopWorker();
-};
-
 // A service whose worker never runs: what the entry points queue stays for
 // the test to take. It records the play-status calls made on itself.
 class MonitorHarness : public ServiceProbe {
