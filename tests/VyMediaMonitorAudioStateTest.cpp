@@ -162,6 +162,8 @@ TEST_F(MonitorAudioStateTest, APassingReportSendsTheActiveStreamsThenTheTenSlots
 using MonitorAudioStateServiceTest = ServiceFixture;
 
 TEST_F(MonitorAudioStateServiceTest, ClientThreadsCallingAtOnceLeaveTheWorkerServing) {
+    // The default cycle: each forced send moves the upload clock on by one.
+    ScopedProperty upload("ro.media.uploadduration", "");
     ServiceProbe* s = &Start();
     std::vector<std::future<void>> clients;
     for (int t = 0; t < 4; ++t) {
