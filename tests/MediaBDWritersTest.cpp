@@ -23,11 +23,6 @@ namespace {
 constexpr char kTag[] = "Vymedia_monitor";
 constexpr int kUnknownPid = 0x7ffffff0;  // no such process: "Unknow App"
 
-std::string ReadFile(const char* path) {
-    std::ifstream file(path);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
 long OpenFds() { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); }
 
 template <typename Writer>

@@ -26,10 +26,7 @@ const char kTag[] = "Vymedia_monitor_bigdata";
 const char kTrigger[] = "MediaLogBase::TriggerLogStrategy";
 const std::regex kCtime(R"([A-Z][a-z]{2} [A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d \d{4}\n)");
 
-std::string Events() {
-    std::ifstream file("events.jsonl");
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
+std::string Events() { return ReadFile("events.jsonl"); }
 
 std::string Render(int value) { return std::to_string(value); }
 std::string Render(const String8& value) { return value.string(); }

@@ -3,13 +3,10 @@
 #include <string>
 
 #include <android-base/properties.h>
-#include <android/log.h>
 #include <bounds_checked.h>
 #include <cutils/properties.h>
 #include <gtest/gtest.h>
-#include <qoview/QoView.h>
 
-#include "support/LogCapture.h"
 #include "support/TestEnv.h"
 
 namespace {
@@ -62,19 +59,6 @@ TEST(PropertiesTest, ReadsTheStoreAtEveryCall) {
     EXPECT_EQ(property_set("ro.test.value", std::string(200, 'a').c_str()), 0);
     EXPECT_EQ(property_get("ro.test.value", value, ""), PROPERTY_VALUE_MAX - 1);
     EXPECT_EQ(strlen(value), static_cast<size_t>(PROPERTY_VALUE_MAX - 1));
-}
-
-TEST(QoViewTest, ReportsOneInfoLineWithFieldsInOrder) {
-    LogCapture log;
-    QoEvent event(916019105);
-    event.PutInt("SET_STREAM_VOLUME", 7);
-    event.PutString("pkgName", "com.music");
-    event.PutInt("OUTPUT_DEVICE", 2);
-    EXPECT_EQ(QoView::Report(event), 0);
-    EXPECT_EQ(log.Lines().size(), 1u);
-    EXPECT_TRUE(log.Contains(ANDROID_LOG_INFO, "qoview",
-                             "eventId=916019105 SET_STREAM_VOLUME=7 pkgName=com.music "
-                             "OUTPUT_DEVICE=2"));
 }
 
 }  // namespace

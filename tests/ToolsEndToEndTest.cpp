@@ -128,13 +128,6 @@ void WriteFile(const std::string& path, const std::string& text) {
     std::ofstream(path) << text;
 }
 
-std::string ReadFile(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 // The uploads recorded in path, one readable line each.
 std::string Uploads(const std::string& path) {
     std::istringstream lines(ReadFile(path));

@@ -3,7 +3,6 @@
 // Each test runs in a process of its own, so the proxy starts unloaded.
 #include <stdlib.h>
 
-#include <fstream>
 #include <string>
 #include <type_traits>
 
@@ -15,6 +14,7 @@
 #include "report/VexelProxy.h"
 #include "support/LogCapture.h"
 #include "support/TestEnv.h"
+#include "support/WriterOutput.h"
 
 using android::VexelProxy;
 
@@ -42,17 +42,10 @@ struct ProxyTypes : VexelProxy {
 
 const char kInitFailed[] = "VexelProxy init failed. ";
 
-std::string ReadEventLog() {
-    std::ifstream file("events.jsonl");
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
 class VexelProxyTest : public ::testing::Test {
 protected:
-    void SetUp() override { setenv("VEXEL_EVENT_LOG", "events.jsonl", 1); }
-    void TearDown() override { unsetenv("VEXEL_EVENT_LOG"); }
-
     TempWorkDir mDir;
+    EventLog mEvents;
     LogCapture mLog;
 };
 
@@ -84,7 +77,7 @@ TEST_F(VexelProxyPresent, LoadsOnFirstCallAndSendsWhatWasSet) {
     VexelProxy::VexelSetParamIntegerV2(obj, "Total", 3);  // replaces in place
     EXPECT_EQ(VexelProxy::VexelSendEvent(obj), 0);
     VexelProxy::VexelDestroyEventObj(obj);
-    EXPECT_EQ(ReadEventLog(),
+    EXPECT_EQ(ReadFile("events.jsonl"),
               "{\"id\":916019301,\"params\":[{\"name\":\"Total\",\"int\":3},"
               "{\"name\":\"pkgName\",\"str\":\"com.a \\\"b\\\"\"}]}\n");
 
@@ -102,7 +95,7 @@ TEST_F(VexelProxyLacking, OnlyTheMissingEntryPointFallsBack) {
     EXPECT_EQ(VexelProxy::VexelSendEvent(obj), 0);
     VexelProxy::VexelDestroyEventObj(obj);
     EXPECT_TRUE(mLog.Lines().empty()) << mLog.ToString();
-    EXPECT_NE(ReadEventLog(), "");
+    EXPECT_NE(ReadFile("events.jsonl"), "");
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include "support/LogCapture.h"
 #include "support/MonitorHarness.h"
+#include "support/ServiceFixture.h"
 #include "support/TestEnv.h"
 #include "support/WriterOutput.h"
 
@@ -158,45 +159,12 @@ TEST_F(MonitorAudioStateTest, APassingReportSendsTheActiveStreamsThenTheTenSlots
     EXPECT_EQ(lines, expected);
 }
 
-bool HasEvent(const Lines& lines, int id) {
-    return CountContaining(lines, "{\"id\":" + std::to_string(id) + ",") > 0;
-}
+using MonitorAudioStateServiceTest = ServiceFixture;
 
-TEST_F(MonitorAudioStateTest, AMuteReportUploadsWithTheAudioStateItHappenedInOncePerApp) {
-    EventLog events;
-    sp<LiveMonitorService> s = new LiveMonitorService;
-    const auto report = [&s](int eventId, const char* reason) {
-        s->WriteLogMsg(eventId, 1, 1, String8(reason), String8("AudioTrack"));
-        ActAs(1013);
-        s->ForceLogSend(0);
-    };
-    s->MonitorPlayingApp("com.example.player");
-    s->MonitorBroadcastDevice(2);
-    s->MonitorVolumeIndex(6, 5, 2);
-    report(901, "MUTE");
-    // The big-data writer uploads last.
-    Lines lines = events.WaitFor([](const Lines& l) { return HasEvent(l, 916600009); });
-    EXPECT_TRUE(HasEvent(lines, 901));
-    EXPECT_EQ(CountContaining(lines, R"("name":"Reason","str":"MUTE:1")"), 1u);
-    EXPECT_EQ(CountContaining(lines, R"({"id":916600009,)"), 1u);
-    for (const char* param : {R"("name":"PLAYING_STATUS","str":"com.example.player")",
-                              R"("name":"VOLUME","str":"0000050000000")",
-                              R"("name":"PARAMETER","str":"F:0 S:0 D:2")"}) {
-        EXPECT_EQ(CountContaining(lines, param), 1u) << param;
-    }
-
-    report(901, "MUTE");
-    report(902, "other");  // queued after the second report, uploaded after it
-    lines = events.WaitFor([](const Lines& l) { return HasEvent(l, 902); });
-    EXPECT_TRUE(HasEvent(lines, 902));
-    EXPECT_EQ(CountContaining(lines, "{\"id\":901,"), 1u);
-    s->StopWorker();
-}
-
-TEST_F(MonitorAudioStateTest, ClientThreadsCallingAtOnceLeaveTheWorkerServing) {
-    ScopedProperty debuggable("ro.media.debuggable", "true");  // dumps too
-    EventLog events;
-    sp<LiveMonitorService> s = new LiveMonitorService;
+TEST_F(MonitorAudioStateServiceTest, ClientThreadsCallingAtOnceLeaveTheWorkerServing) {
+    // The default cycle: each forced send moves the upload clock on by one.
+    ScopedProperty upload("ro.media.uploadduration", "");
+    ServiceProbe* s = &Start();
     std::vector<std::future<void>> clients;
     for (int t = 0; t < 4; ++t) {
         clients.push_back(std::async(std::launch::async, [&s, t] {
@@ -223,15 +191,14 @@ TEST_F(MonitorAudioStateTest, ClientThreadsCallingAtOnceLeaveTheWorkerServing) {
     // The worker still serves: once the queue has room again (it may have
     // filled and dropped), a report and a forced send go out.
     ActAs(1013);
-    const auto served = [](const Lines& lines) { return HasEvent(lines, 903); };
+    const auto served = [](const Lines& lines) { return !UploadsOf(lines, 903).empty(); };
     bool uploaded = false;
     while (!uploaded && std::chrono::steady_clock::now() < deadline) {
         s->WriteLogMsg(903, 1, 0, String8("end"), String8("x"));
         s->ForceLogSend(0);
-        uploaded = served(events.WaitFor(served, std::chrono::milliseconds(200)));
+        uploaded = served(mEvents.WaitFor(served, std::chrono::milliseconds(200)));
     }
     EXPECT_TRUE(uploaded);
-    s->StopWorker();
 }
 
 }  // namespace

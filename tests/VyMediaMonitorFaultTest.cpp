@@ -35,23 +35,6 @@ namespace {
 
 constexpr auto kDeadline = std::chrono::seconds(60);
 
-sp<Service::LogSrvEvent> Exception(int eventId) {
-    return new Service::ExceptionEvent(Service::EVENT_EXCEPTION, 1, eventId, 1, 2,
-                                       String8("timeout"), String8("AudioTrack"));
-}
-
-sp<Service::LogSrvEvent> Plain(Service::EventType type, int value = -1, int subType = -1,
-                               const char* msg = "") {
-    const bool fileMessage =
-            type == Service::EVENT_BD_FLOW_MSG || type == Service::EVENT_BD_COUNT_MSG;
-    return new Service::LogSrvEvent(type, value, subType, String8(msg), fileMessage);
-}
-
-std::string ReadFile(const char* path) {
-    std::ifstream file(path);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
 // The exception writer sent one event of eventId, for calls in all.
 bool UploadedOnce(const std::vector<std::string>& lines, int eventId, long calls) {
     const std::vector<std::string> uploads = UploadsOf(lines, eventId);

@@ -10,18 +10,14 @@
 #include <gtest/gtest.h>
 
 #include "support/ClientProcess.h"
-#include "support/LogCapture.h"
 #include "support/MonitorHarness.h"
-#include "support/TestEnv.h"
-#include "support/WriterOutput.h"
+#include "support/ServiceFixture.h"
 
 using namespace android;
 
 namespace {
 
-constexpr char kName[] = "Vymedia.monitor";
-
-class MonitorRemoteTest : public ::testing::Test {
+class MonitorRemoteTest : public PublishedServiceFixture {
 protected:
     void SetUp() override {
         if (geteuid() != 0) {
@@ -33,14 +29,10 @@ protected:
     // service; its pid once it has ended.
     pid_t RunClient(const sp<IBinder>& service, uid_t uid) {
         const ClientRun run =
-                RunClientProcess(BINDER_TEST_CLIENT, kName, std::to_string(uid), service);
+                RunClientProcess(BINDER_TEST_CLIENT, kServiceName, std::to_string(uid), service);
         EXPECT_EQ(run.status, 0) << run.output;
         return atoi(run.output.c_str());
     }
-
-    ScopedBinderDir mBinderDir;
-    TempWorkDir mDir;
-    LogCapture mLog;
 };
 
 TEST_F(MonitorRemoteTest, ARefusedUidIsNamedByItsKernelIdentityAndQueuesNothingChecked) {
@@ -63,21 +55,13 @@ TEST_F(MonitorRemoteTest, ARefusedUidIsNamedByItsKernelIdentityAndQueuesNothingC
 }
 
 TEST_F(MonitorRemoteTest, TheMediaUidsForcedSendUploadsWhatTheExceptionWriterHolds) {
-    EventLog events;
-    sp<LiveMonitorService> service = new LiveMonitorService;
-    service->WriteLogMsg(901, 1, 0, String8("held"), String8("app"));
-    RunClient(service, 1013);
+    Start().WriteLogMsg(901, 1, 0, String8("held"), String8("app"));
+    RunClient(mService, 1013);
     const auto uploaded = [](const std::vector<std::string>& lines) {
-        for (const std::string& line : lines) {
-            if (line.rfind("{\"id\":901,", 0) == 0) {
-                return true;
-            }
-        }
-        return false;
+        return !UploadsOf(lines, 901).empty();
     };
-    EXPECT_TRUE(uploaded(events.WaitFor(uploaded)));
+    EXPECT_TRUE(uploaded(mEvents.WaitFor(uploaded)));
     EXPECT_EQ(mLog.CountContaining("Vymedia_monitor", "Permission Denial"), 0u);
-    service->StopWorker();
 }
 
 }  // namespace

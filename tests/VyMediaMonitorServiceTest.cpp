@@ -12,7 +12,6 @@
 #include <numeric>
 #include <string>
 #include <thread>
-#include <tuple>
 #include <vector>
 
 #include <binder/IServiceManager.h>
@@ -26,7 +25,6 @@
 using namespace android;
 namespace fs = std::filesystem;
 using Service = VyMediaMonitorService;
-using Event = sp<Service::LogSrvEvent>;
 
 namespace {
 
@@ -51,21 +49,6 @@ bool AnyLineHas(const std::vector<std::string>& lines, const std::string& text) 
         }
     }
     return false;
-}
-
-Event Exception(int eventId) {
-    return new Service::ExceptionEvent(Service::EVENT_EXCEPTION, 1, eventId, 1, 2,
-                                       String8("timeout"), String8("AudioTrack"));
-}
-
-Event UnknownType(int32_t type) {
-    return new Service::LogSrvEvent(static_cast<Service::EventType>(type), -1, -1, String8(),
-                                    false);
-}
-
-std::string ReadFile(const char* path) {
-    std::ifstream file(path);
-    return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
 // Each switch unset unless a test sets it, so the defaults hold.
@@ -153,7 +136,7 @@ TEST_F(ServiceTest, AllSwitchesOffLeaveNoThreadPolicyOrWriterAndRemoveTheRecordF
     // Calls are accepted and dropped; a forced send finds no writer.
     mLog.Clear();
     probe->Queue(Exception(901));
-    probe->OnSrvEvent(new Service::LogSrvEvent(Service::EVENT_FORCE_SEND, 0, -1, String8(), false));
+    probe->OnSrvEvent(Plain(Service::EVENT_FORCE_SEND, 0));
     EXPECT_EQ(mLog.ToString(), std::string("6 ") + kTag + ": SendLogEventLogSrv error\n");
 }
 
@@ -171,59 +154,19 @@ TEST_F(ServiceTest, CleanUpRemovesOnlyTheFilesWhoseSwitchIsZero) {
             "remove file data/log/mediaBDcont.log failed, err: " + std::to_string(ENOTEMPTY)));
 }
 
-TEST(ServiceEventTest, EventsPlaceTheirFieldsWhereTheWritersReadThem) {
-    const sp<Service::LogSrvEvent> plain =
-            new Service::LogSrvEvent(Service::EVENT_LOG_MSG, 4, 9, String8("m"), false);
-    EXPECT_EQ(std::make_tuple(plain->prior, plain->pid, plain->subType), std::make_tuple(4, -1, 9));
-    const sp<Service::LogSrvEvent> file = new Service::LogSrvEvent(Service::EVENT_BD_FLOW_COUNT_MSG,
-                                                                   77, 20000, String8("m"), true);
-    EXPECT_EQ(std::make_tuple(file->prior, file->pid), std::make_tuple(-1, 77));
-
-    const sp<Service::ExceptionEvent> shortForm = new Service::ExceptionEvent(
-            Service::EVENT_EXCEPTION, 5, 901, 1, 2, String8("r"), String8("a"));
-    EXPECT_EQ(std::make_tuple(shortForm->pid, shortForm->subType, shortForm->paraInt,
-                              shortForm->associatedEventId, shortForm->paraChar.size()),
-              std::make_tuple(5, 2, -1, -1, size_t{0}));
-    EXPECT_EQ(shortForm->LogSrvEvent::subType, -1);
-
-    using BigData = Service::BigDataEvent;
-    const sp<BigData> text =
-            new BigData(Service::EVENT_BIGDATA_STRING, 1, String8("s"), String8("e"), 7);
-    EXPECT_EQ(std::make_tuple(text->ext1, text->ext2, std::string(text->extStr.c_str())),
-              std::make_tuple(0, 7, std::string("e")));
-    const sp<BigData> bluetooth =
-            new BigData(Service::EVENT_BIGDATA_DUAL_BLUETOOTH, 1, String8("p"), 2, 3, 4);
-    EXPECT_EQ(
-            std::make_tuple(bluetooth->para1, bluetooth->para2, bluetooth->para3, bluetooth->para4,
-                            std::string(bluetooth->pkgName.c_str()), bluetooth->subType.size()),
-            std::make_tuple(0, 2, 3, 4, std::string("p"), size_t{0}));
-    const sp<BigData> status = new BigData(Service::EVENT_BIGDATA_PLAY_STATUS, 1, String8("a"),
-                                           String8("b"), String8("c"), String8("d"));
-    EXPECT_EQ(std::string(status->extStr2.c_str()) + status->param.c_str(), "cd");
-
-    const sp<Service::VideoMediaCatonVagueBigDataEvent> video =
-            new Service::VideoMediaCatonVagueBigDataEvent(9, String8("1"), String8("2"),
-                                                          String8("3"), String8("4"), String8("5"),
-                                                          String8("6"), 7);
-    EXPECT_EQ(std::make_tuple(video->type, video->pid, video->prior, video->LogSrvEvent::subType),
-              std::make_tuple(Service::EVENT_VIDEO_CATON_VAGUE, -1, -1, -1));
-}
-
 TEST_F(ServiceTest, FileMessagesReachOnlyTheFileWritersThatExist) {
     fs::create_directories("data/log");
     ScopedProperty flow("ro.media.bdflow", "1");
     ServiceProbe* probe = &Start();
     ASSERT_EQ(probe->mBDCountWriter, nullptr);
     const std::string before = DumpText(*probe->mBDFlowWriter);
-    probe->OnSrvEvent(new Service::LogSrvEvent(Service::EVENT_BD_FLOW_COUNT_MSG, getpid(), 20000,
-                                               String8("both files"), true));
+    probe->OnSrvEvent(Plain(Service::EVENT_BD_FLOW_COUNT_MSG, getpid(), 20000, "both files"));
     EXPECT_NE(DumpText(*probe->mBDFlowWriter), before);
     EXPECT_NE(DumpText(*probe->mBDFlowWriter).find("both files"), std::string::npos);
 
     // Type 5 flushes the flow writer's memory to its file.
     EXPECT_EQ(ReadFile(BD_FLOW_FILE).find("both files"), std::string::npos);
-    probe->OnSrvEvent(
-            new Service::LogSrvEvent(Service::EVENT_BD_WRITE_FILES, -1, -1, String8(), false));
+    probe->OnSrvEvent(Plain(Service::EVENT_BD_WRITE_FILES));
     EXPECT_NE(ReadFile(BD_FLOW_FILE).find("both files"), std::string::npos);
     EXPECT_EQ(mLog.CountContaining(kTag, "unknown event type"), 0u);
 }
@@ -236,7 +179,7 @@ TEST_F(ServiceTest, RoutesPassTheFieldsTheirWriterCallTakes) {
                              String8("fname"), 7));
     probe->Queue(
             new BigData(Service::EVENT_BIGDATA_DUAL_BLUETOOTH, 916700013, String8("pkg"), 1, 2, 3));
-    probe->Queue(new Service::LogSrvEvent(Service::EVENT_FORCE_SEND, 5, -1, String8(), false));
+    probe->Queue(Plain(Service::EVENT_FORCE_SEND, 5));
     ASSERT_TRUE(probe->Drain(mLog)) << mLog.ToString();
     const std::vector<std::string> events = mEvents.Lines();
     EXPECT_TRUE(AnyLineHas(events, R"({"id":901,"params":[{"name":"EeventLevel","int":1})"));
@@ -246,8 +189,8 @@ TEST_F(ServiceTest, RoutesPassTheFieldsTheirWriterCallTakes) {
                                    R"({"name":"preemptFlag","int":3})"));
 
     // Unknown types are reported only on a debuggable device; 7 is OnSrvEvent's own.
-    probe->OnSrvEvent(UnknownType(0));
-    probe->OnSrvEvent(UnknownType(22));
+    probe->OnSrvEvent(Plain(0));
+    probe->OnSrvEvent(Plain(22));
     {
         Mutex::Autolock lock(probe->mDispatchLock);
         probe->OnSrvEventOther(Exception(902));
@@ -258,7 +201,7 @@ TEST_F(ServiceTest, RoutesPassTheFieldsTheirWriterCallTakes) {
     }
     probe->mDebuggable = false;
     mLog.Clear();
-    probe->OnSrvEvent(UnknownType(22));
+    probe->OnSrvEvent(Plain(22));
     EXPECT_EQ(mLog.CountContaining(kTag, "unknown event type"), 0u);
 }
 
@@ -269,7 +212,7 @@ TEST_F(ServiceTest, QueueHoldsAtMost512EventsAndDispatchesThemInArrivalOrder) {
     // The worker takes at most one event and then waits for the dispatch lock.
     probe->mDispatchLock.lock();
     while (queued < 600 && mLog.CountContaining(kTag, "eventQueue full") == 0) {
-        probe->Queue(UnknownType(kFirst + queued++));
+        probe->Queue(Plain(kFirst + queued++));
     }
     probe->mDispatchLock.unlock();
     const int32_t accepted = queued - 1;
@@ -293,17 +236,16 @@ TEST_F(ServiceTest, QueueHoldsAtMost512EventsAndDispatchesThemInArrivalOrder) {
 
 TEST_F(ServiceTest, QueueRefusesEventsPastItsByteLimitLoggingAtMostOnceASecond) {
     ServiceProbe* probe = &Start();
-    const String8 text(std::string(100 * 1024, 'x').c_str());
+    const std::string text(100 * 1024, 'x');
     constexpr int32_t kFirst = 4000000;
     const auto start = std::chrono::steady_clock::now();
     // The worker takes a small event first and waits with it, so that the
     // queue holds the large ones alone, whenever the worker wakes.
     probe->mDispatchLock.lock();
-    probe->Queue(UnknownType(kFirst - 1));
+    probe->Queue(Plain(kFirst - 1));
     const bool parked = Eventually([&] { return probe->getStrongCount() == 2; });
     for (int32_t i = 0; parked && i < 100; ++i) {
-        probe->Queue(new Service::LogSrvEvent(static_cast<Service::EventType>(kFirst + i), -1, -1,
-                                              text, false));
+        probe->Queue(Plain(kFirst + i, -1, -1, text.c_str()));
     }
     probe->mDispatchLock.unlock();
     ASSERT_TRUE(parked);
@@ -330,7 +272,7 @@ TEST_F(ServiceTest, AnIdleWorkerQueuesAWriteCheckThatLetsDueWritersUpload) {
     EXPECT_TRUE(mLog.Contains(ANDROID_LOG_DEBUG, kTag, "LogSendThread mWriteCheckDuration = 1S"));
     probe->Queue(Exception(901));
     // Nothing else arrives: only a write check can find the exception due.
-    EXPECT_TRUE(Eventually([&] { return AnyLineHas(mEvents.Lines(), R"("id":901)"); }));
+    EXPECT_TRUE(Eventually([&] { return !UploadsOf(mEvents.Lines(), 901).empty(); }));
 }
 
 TEST_F(ServiceTest, ShutdownLetsTheUploadingWritersSendAndDropsTheFileWriters) {
@@ -340,14 +282,13 @@ TEST_F(ServiceTest, ShutdownLetsTheUploadingWritersSendAndDropsTheFileWriters) {
     probe->Queue(Exception(901));
     probe->Queue(new Service::BigDataEvent(Service::EVENT_BIGDATA_PKG, 916600038,
                                            String8("new.pkg"), String8("old.pkg"), String8("x")));
-    probe->Queue(
-            new Service::LogSrvEvent(Service::EVENT_BD_FLOW_MSG, 1, 10000, String8("flow"), true));
+    probe->Queue(Plain(Service::EVENT_BD_FLOW_MSG, 1, 10000, "flow"));
     ASSERT_TRUE(probe->Drain(mLog));
     EXPECT_TRUE(mEvents.Lines().empty());
 
     Stop();
     const std::vector<std::string> events = mEvents.Lines();
-    EXPECT_TRUE(AnyLineHas(events, R"("id":901)"));
+    EXPECT_TRUE(!UploadsOf(events, 901).empty());
     EXPECT_TRUE(
             AnyLineHas(events, R"({"id":916600038,"params":[{"name":"NEW_PKG","str":"new.pkg"})"));
     EXPECT_EQ(ReadFile(BD_FLOW_FILE).find("flow"), std::string::npos);
@@ -372,7 +313,7 @@ TEST_F(ServiceTest, TheLastReferenceDroppedOnTheWorkerStopsItWithoutWaitingForIt
     ASSERT_TRUE(caught);
 
     Stop();
-    EXPECT_TRUE(AnyLineHas(mEvents.Lines(), R"("id":902)"));
+    EXPECT_TRUE(!UploadsOf(mEvents.Lines(), 902).empty());
     EXPECT_EQ(mLog.ToString().find("guaranteed deadlock"), std::string::npos);
 }
 
@@ -399,7 +340,7 @@ TEST_F(ServiceTest, StartStopCyclesNeverHangLeakOrLoseWhatTheWritersHold) {
             Mutex& dispatch = probe->mDispatchLock;
             dispatch.lock();
             for (int i = 0; i < 520; ++i) {
-                probe->Queue(UnknownType(3000000 + i));
+                probe->Queue(Plain(3000000 + i));
             }
             // The worker took the first event and waits with the service held.
             const bool held = Eventually([&] { return probe->getStrongCount() == 2; });

@@ -18,7 +18,6 @@
 #include <binder/IPCThreadState.h>
 #include <binder/Parcel.h>
 
-#include "support/HeldQueue.h"
 #include "support/ServiceProbe.h"
 #include "support/TestEnv.h"
 

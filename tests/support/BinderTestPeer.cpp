@@ -1,12 +1,10 @@
 // binder_test_peer: the other process of the Binder runtime's tests, driven
 // one command a line on standard input (see BinderPeer.h).
 #include <errno.h>
-#include <grp.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/inotify.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -23,6 +21,7 @@
 
 #include "Wire.h"
 #include "support/BinderPeer.h"
+#include "support/ClientUser.h"
 
 using namespace android;
 
@@ -65,16 +64,6 @@ std::string Calls(const sp<IBinder>& binder, int count) {
     std::ostringstream out;
     out << answered << " " << failure << " " << uid << " " << pid;
     return out.str();
-}
-
-std::string DropTo(uid_t uid) {
-    if (setgroups(0, nullptr) != 0 || setgid(uid) != 0 || setuid(uid) != 0) {
-        return strerror(errno);
-    }
-    // Changing credentials made the process undumpable, which the
-    // sanitizers' leak check cannot work with.
-    prctl(PR_SET_DUMPABLE, 1);
-    return "ok";
 }
 
 std::string LimitDescriptors(const std::string& how) {
@@ -163,7 +152,7 @@ int main() {
         } else if (command == "calls") {
             Say(Calls(binder, atoi(arg.c_str())));
         } else if (command == "uid") {
-            Say(DropTo(static_cast<uid_t>(atoi(arg.c_str()))));
+            Say(BecomeUser(arg.c_str()) ? "ok" : strerror(errno));
         } else if (command == "nofile") {
             Say(LimitDescriptors(arg));
         } else if (command == "noinotify") {

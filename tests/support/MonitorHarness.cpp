@@ -1,10 +1,9 @@
 #include "support/MonitorHarness.h"
 
-#include <chrono>
-#include <thread>
-
 #include <binder/IPCThreadState.h>
 #include <gtest/gtest.h>
+
+#include "support/TestEnv.h"
 
 using namespace android;
 using Service = VyMediaMonitorService;
@@ -45,25 +44,7 @@ std::string Describe(int32_t type, int32_t eventId, const std::string& texts,
     return std::to_string(type) + ":" + std::to_string(eventId) + " s=" + texts + " i=" + numbers;
 }
 
-// Stops thread and waits until the thread has let go of its own reference:
-// the caller's one is then the last, and the object dies on the caller's
-// thread rather than on its own.
-void StopThread(const sp<Service::LogSendThread>& thread) {
-    thread->Exit();
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (thread->getStrongCount() > 1 && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    EXPECT_EQ(thread->getStrongCount(), 1) << "the worker did not end";
-}
-
 }  // namespace
-
-void LiveMonitorService::StopWorker() {
-    if (mLogSendThread != nullptr) {
-        StopThread(mLogSendThread);
-    }
-}
 
 std::string Describe(const sp<Service::LogSrvEvent>& event) {
     Service::LogSrvEvent* e = event.get();
@@ -102,7 +83,12 @@ MonitorHarness::MonitorHarness() {
         const sp<LogSendThread> worker = mLogSendThread;
         mHeldQueue = new HeldQueue(this);
         mLogSendThread = mHeldQueue;
-        StopThread(worker);
+        // Once the worker lets go of its own reference, ours is the last and
+        // it dies on this thread rather than on its own.
+        worker->Exit();
+        EXPECT_TRUE(Eventually([&] { return worker->getStrongCount() == 1; },
+                               std::chrono::seconds(10)))
+                << "the worker did not end";
     }
 }
 

@@ -9,8 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "service/VyMediaMonitorService.h"
-#include "support/HeldQueue.h"
+#include "support/ServiceProbe.h"
 
 // Makes this thread's calls come from uid and pid.
 void ActAs(uid_t uid, pid_t pid = 4321);
@@ -20,18 +19,9 @@ void ActAs(uid_t uid, pid_t pid = 4321);
 // pid, prior and sub-type).
 std::string Describe(const android::sp<android::VyMediaMonitorService::LogSrvEvent>& event);
 
-// A service with its worker, which the test stops before it lets go of the
-// service: shutdown then runs on the test's thread, and no worker outlives
-// the test.
-class LiveMonitorService : public android::VyMediaMonitorService {
-public:
-    // Ends the worker after the event it is dispatching.
-    void StopWorker();
-};
-
 // A service whose worker never runs: what the entry points queue stays for
 // the test to take. It records the play-status calls made on itself.
-class MonitorHarness : public android::VyMediaMonitorService {
+class MonitorHarness : public ServiceProbe {
 public:
     MonitorHarness();
     ~MonitorHarness() override;
@@ -47,13 +37,6 @@ public:
     using VyMediaMonitorService::WriteBigData;
     void WriteBigData(int eventId, const char* s1, const char* s2, const char* s3,
                       const char* s4) override;
-
-    using VyMediaMonitorService::mBDFlowWriter;
-    using VyMediaMonitorService::mBigDataWriter;
-    using VyMediaMonitorService::mExceptionLogWriter;
-    using VyMediaMonitorService::mExceptionWriter;
-    using VyMediaMonitorService::mKpiWriter;
-    using VyMediaMonitorService::mStaticTypeFlags;
 
 private:
     android::sp<HeldQueue> mHeldQueue;

@@ -5,9 +5,28 @@
 #include <atomic>
 #include <chrono>
 #include <string>
+#include <vector>
 
 #include "service/VyMediaMonitorService.h"
 #include "support/LogCapture.h"
+
+using MonitorEvent = android::sp<android::VyMediaMonitorService::LogSrvEvent>;
+
+// An event of type without fields of its own; a file message's value is its
+// pid, any other's its priority.
+inline MonitorEvent Plain(int32_t type, int value = -1, int subType = -1, const char* msg = "") {
+    using S = android::VyMediaMonitorService;
+    const bool fileMessage = type == S::EVENT_BD_FLOW_MSG || type == S::EVENT_BD_COUNT_MSG ||
+                             type == S::EVENT_BD_FLOW_COUNT_MSG;
+    return new S::LogSrvEvent(static_cast<S::EventType>(type), value, subType,
+                              android::String8(msg), fileMessage);
+}
+
+inline MonitorEvent Exception(int eventId) {
+    using S = android::VyMediaMonitorService;
+    return new S::ExceptionEvent(S::EVENT_EXCEPTION, 1, eventId, 1, 2, android::String8("timeout"),
+                                 android::String8("AudioTrack"));
+}
 
 class ServiceProbe : public android::VyMediaMonitorService {
 public:
@@ -42,10 +61,32 @@ public:
                std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
         static std::atomic<int32_t> nextType{1000000};
         const int32_t type = nextType++;
-        Queue(new LogSrvEvent(static_cast<EventType>(type), -1, -1, android::String8(), false));
+        Queue(Plain(type));
         return log.WaitFor("Vymedia_monitor",
                            "OnSrvEvent unknown event type " + std::to_string(type), timeout);
     }
+};
+
+// A send thread that never runs, put in place of a service's worker: what
+// the service queues stays there, in order, until taken.
+class HeldQueue : public android::VyMediaMonitorService::LogSendThread {
+public:
+    using Event = MonitorEvent;
+
+    explicit HeldQueue(const android::wp<android::VyMediaMonitorService>& service)
+        : LogSendThread(service) {}
+
+    // What was queued since the last take, oldest first.
+    std::vector<Event> Take() {
+        android::Mutex::Autolock lock(mQueueLock);
+        std::vector<Event> events(mEventQueue.begin(), mEventQueue.end());
+        mEventQueue.clear();
+        mQueueBytes = 0;
+        return events;
+    }
+
+protected:
+    void onFirstRef() override {}
 };
 
 #endif

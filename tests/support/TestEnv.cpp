@@ -60,6 +60,11 @@ ScopedProperty::ScopedProperty(const std::string& key, const std::string& value)
 
 ScopedProperty::~ScopedProperty() { android::base::SetProperty(mKey, mPrevious); }
 
+std::string ReadFile(const std::string& path) {
+    std::ifstream file(path);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
 bool Eventually(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {
     const auto end = std::chrono::steady_clock::now() + timeout;
     while (!condition()) {

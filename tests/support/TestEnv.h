@@ -51,6 +51,9 @@ private:
     std::string mPath;
 };
 
+// The whole of the file at path; empty when there is none.
+std::string ReadFile(const std::string& path);
+
 // Waits until condition holds, checking it every millisecond; false when
 // timeout passes first. For states that no notification reports.
 bool Eventually(const std::function<bool()>& condition,

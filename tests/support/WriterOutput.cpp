@@ -7,7 +7,8 @@
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
-#include <thread>
+
+#include "support/TestEnv.h"
 
 EventLog::EventLog() : mPath(std::filesystem::current_path() / "events.jsonl") {
     setenv("VEXEL_EVENT_LOG", mPath.c_str(), 1);
@@ -27,12 +28,8 @@ std::vector<std::string> EventLog::Lines() const {
 std::vector<std::string> EventLog::WaitFor(
         const std::function<bool(const std::vector<std::string>&)>& done,
         std::chrono::milliseconds timeout) const {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    std::vector<std::string> lines = Lines();
-    while (!done(lines) && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        lines = Lines();
-    }
+    std::vector<std::string> lines;
+    Eventually([&] { return done(lines = Lines()); }, timeout);
     return lines;
 }
 
