@@ -1,5 +1,6 @@
 #include <stdlib.h>
 
+#include <limits>
 #include <string>
 #include <tuple>
 
@@ -91,6 +92,17 @@ TEST(MediaKpiWriterTest, NamesMalformedTextsAndSendsNamedEventsWithinTheCycleAll
     writer->TriggerLog();
     EXPECT_EQ(writer->mLogMemSize, 0u) << "a new cycle, a new allowance";
     EXPECT_EQ(writer->mLastSendTime, start + cycle);
+}
+
+// The longest cycle a property can set is a quarter of the clock's range:
+// the fifth upload's grid stops at its end instead of wrapping round to "due".
+TEST(MediaKpiWriterTest, TheLongestCycleLeavesTheWriterNeverDue) {
+    ScopedProperty upload("ro.media.uploadduration", "2147483647");
+    android::sp<KpiWriter> writer = new KpiWriter;
+    for (int i = 0; i < 5; ++i) {
+        writer->SendMediaLog();
+    }
+    EXPECT_EQ(writer->mLastSendTime, std::numeric_limits<int64_t>::max());
 }
 
 }  // namespace

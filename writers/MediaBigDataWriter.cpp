@@ -170,8 +170,7 @@ bool MediaBigDataWriter::DoSendMediaLog() {
     Upload(mBigDataCounts, "bigdata", true);
     Upload(mBigDataStrings, "bigDataStr", false);
     DoSendMediaLogNew();
-    // By one cycle, not to now: the upload times stay on the cycle's grid.
-    mLastSendTime += globalMediaLogCycleDuration;
+    AdvanceLastSendTime();
     ResetLogMem();
     return true;
 }

@@ -188,8 +188,7 @@ bool MediaExceptionWriter::DoSendMediaLog() {
         }
         event.Send();
     }
-    // A fixed grid from the creation time, not "now".
-    mLastSendTime += globalMediaLogCycleDuration;
+    AdvanceLastSendTime();
     ResetLogMem();
     return true;
 }

@@ -131,7 +131,7 @@ void MediaKpiWriter::SendKpis(Vector<MediaKpi>& list) {
 }
 
 bool MediaKpiWriter::DoSendMediaLog() {
-    mLastSendTime += globalMediaLogCycleDuration;
+    AdvanceLastSendTime();
     ResetLogMem();
     return true;
 }

@@ -10,6 +10,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <limits>
 #include <memory>
 
 #include <bounds_checked.h>
@@ -204,6 +205,12 @@ void MediaLogBase::ReportLastTime(const char* tag, const char* where, long* last
 void MediaLogBase::WriteText(int fd, const String8& text) {
     const ssize_t ignored = write(fd, text.string(), text.length());
     (void)ignored;
+}
+
+void MediaLogBase::AdvanceLastSendTime() {
+    if (__builtin_add_overflow(mLastSendTime, globalMediaLogCycleDuration, &mLastSendTime)) {
+        mLastSendTime = std::numeric_limits<nsecs_t>::max();
+    }
 }
 
 void MediaLogBase::TriggerLogStrategy() {

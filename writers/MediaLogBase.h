@@ -103,6 +103,10 @@ protected:
     void ReportLastTime(const char* tag, const char* where, long* lastTime, long* cycle);
     // Writes all of text to fd in one write, as a dump must; the result is not checked.
     static void WriteText(int fd, const String8& text);
+    // Moves mLastSendTime on by one cycle, so that uploads stay on the cycle's
+    // grid rather than drifting to "now". A cycle may be up to 2^31 seconds:
+    // past the clock's range the writer is simply never due.
+    void AdvanceLastSendTime();
 
     // Set by GetDefault at construction.
     nsecs_t globalMediaLogCycleDuration;
