@@ -25,7 +25,7 @@ endif()
 # hand-written interface skips the interface checks.
 set(flags -std=c++17 -fsyntax-only -include memory -include limits
     -DDO_NOT_CHECK_MANUAL_BINDER_INTERFACES
-    -isystem ${headers} -isystem ${ANDROID_INCLUDE_DIR}
+    -isystem ${headers} -isystem ${ANDROID_INCLUDE_DIR} -isystem ${JSON_INCLUDE_DIR}
     -I${SOURCE_DIR} -I${SOURCE_DIR}/client/include
     -isystem ${SOURCE_DIR}/platform/host/include
     -isystem ${SOURCE_DIR}/platform/host/qoview/include)

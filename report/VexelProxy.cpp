@@ -4,6 +4,9 @@
 
 #include <dlfcn.h>
 
+#include <atomic>
+#include <initializer_list>
+
 #include <log/log.h>
 
 namespace android {
@@ -12,11 +15,23 @@ namespace {
 
 constexpr char kLibraryPath[] = "libvexel.so";
 
+// Written by Init and the wrappers, read by a dump on another thread.
+std::atomic<int> gState{VexelProxy::NOT_LOADED_YET};
+std::atomic<uint32_t> gMissingSymbols{0};
+std::atomic<uint64_t> gLoadFailures{0};
+std::atomic<uint64_t> gCreatesRefused{0};
+std::atomic<uint64_t> gSendsRefused{0};
+
+void Bump(std::atomic<uint64_t>& counter) { counter.fetch_add(1, std::memory_order_relaxed); }
+
 template <typename Func>
 void Resolve(void* handle, Func& slot, const char* symbol, Func fake) {
     slot = handle != nullptr ? reinterpret_cast<Func>(dlsym(handle, symbol)) : nullptr;
     if (slot == nullptr) {
         slot = fake;
+        if (handle != nullptr) {
+            gMissingSymbols.fetch_add(1, std::memory_order_relaxed);
+        }
     }
 }
 
@@ -45,7 +60,9 @@ void VexelProxy::Init() {
     if (g_handle == nullptr) {
         const char* error = dlerror();
         ALOGE("VexelProxy init failed. %s", error != nullptr ? error : "");
+        Bump(gLoadFailures);
     }
+    gMissingSymbols.store(0, std::memory_order_relaxed);
     Resolve(g_handle, g_funcCreateEventObj, "vexel_create_eventobj", FakeVexelCreateEventObj);
     Resolve(g_handle, g_funcSetParam, "vexel_set_param", FakeVexelSetParam);
     Resolve(g_handle, g_funcUnsetParam, "vexel_unset_param", FakeVexelUnsetParam);
@@ -69,6 +86,24 @@ void VexelProxy::Init() {
     Resolve(g_handle, g_funcSetParamClassV2, "vexel_set_param_class_v2", FakeVexelSetParamClassV2);
     Resolve(g_handle, g_funcFillArrayParamClassV2, "vexel_fill_array_param_class_v2",
             FakeVexelFillArrayParamClassV2);
+    const State state = g_handle == nullptr ? ABSENT
+                        : gMissingSymbols.load(std::memory_order_relaxed) != 0 ? LACKING
+                                                                               : LOADED;
+    gState.store(state, std::memory_order_relaxed);
+}
+
+VexelProxy::Stats VexelProxy::GetStats() {
+    return {static_cast<State>(gState.load(std::memory_order_relaxed)),
+            gMissingSymbols.load(std::memory_order_relaxed),
+            gLoadFailures.load(std::memory_order_relaxed),
+            gCreatesRefused.load(std::memory_order_relaxed),
+            gSendsRefused.load(std::memory_order_relaxed)};
+}
+
+void VexelProxy::ResetStats() {
+    for (std::atomic<uint64_t>* counter : {&gLoadFailures, &gCreatesRefused, &gSendsRefused}) {
+        counter->store(0, std::memory_order_relaxed);
+    }
 }
 
 // Loaded means a fresh dlopen yields our handle. That reference is kept on
@@ -94,7 +129,11 @@ void VexelProxy::MakeAvaliable() {
 }
 
 VexelEventObj* VexelProxy::VexelCreateEventObj(unsigned int eventId) {
-    return Call(g_funcCreateEventObj, eventId);
+    VexelEventObj* obj = Call(g_funcCreateEventObj, eventId);
+    if (obj == nullptr) {
+        Bump(gCreatesRefused);
+    }
+    return obj;
 }
 
 int VexelProxy::VexelSetParam(VexelEventObj* obj, unsigned short paramId, long value) {
@@ -117,7 +156,13 @@ int VexelProxy::VexelAddAndDelDynamicPath(VexelEventObj* obj, const char* path) 
     return Call(g_funcAddAndDelDynamicPath, obj, path);
 }
 
-int VexelProxy::VexelSendEvent(VexelEventObj* obj) { return Call(g_funcSendEvent, obj); }
+int VexelProxy::VexelSendEvent(VexelEventObj* obj) {
+    const int result = Call(g_funcSendEvent, obj);
+    if (result != 0) {
+        Bump(gSendsRefused);
+    }
+    return result;
+}
 
 void VexelProxy::VexelDestroyEventObj(VexelEventObj* obj) { Call(g_funcDestroyEventObj, obj); }
 

@@ -9,6 +9,8 @@
 #ifndef VYMM_REPORT_VEXEL_PROXY_H
 #define VYMM_REPORT_VEXEL_PROXY_H
 
+#include <stdint.h>
+
 // The reporting library's opaque event object.
 typedef struct VexelEventObj VexelEventObj;
 
@@ -44,6 +46,20 @@ public:
     // reference on the library, which is never unloaded while the process runs.
     static bool IsAvailable();
     static void MakeAvaliable();
+
+    // How the library has served the uploads, for the statistics dump. The
+    // counters are atomic, so a dump may read them from any thread.
+    enum State : int { NOT_LOADED_YET, LOADED, ABSENT, LACKING };
+    struct Stats {
+        State state;
+        uint32_t missingSymbols;  // entry points served by their fake
+        uint64_t loadFailures;    // dlopen failed
+        uint64_t createsRefused;  // no event object for an id
+        uint64_t sendsRefused;    // a send that did not return 0
+    };
+    static Stats GetStats();
+    // Zeroes the counters; the state stays.
+    static void ResetStats();
 
 protected:
     using CreateEventObjFunc = VexelEventObj* (*)(unsigned int);

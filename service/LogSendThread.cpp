@@ -9,6 +9,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <iterator>
+
 #include <log/log.h>
 #include <utils/ThreadDefs.h>
 #include <utils/Timers.h>
@@ -65,21 +68,29 @@ void Service::LogSendThread::SendLogEvent(const sp<LogSrvEvent>& event) {
     const size_t bytes = QueueBytes(*event);
     Mutex::Autolock lock(mQueueLock);
     if (mEventQueue.size() >= static_cast<size_t>(mQueueLimit)) {
+        ++mCounters.droppedFull;
         if (mDebuggable) {
             ALOGE("eventQueue full: too many events blocked!");
         }
         return;
     }
     if (mQueueBytes + bytes > MAX_QUEUE_BYTES) {
+        ++mCounters.droppedBytes;
         if (mQueueBytesLog.Allow()) {
             ALOGE("eventQueue full: %zu bytes waiting, dropping an event of %zu bytes",
                   mQueueBytes, bytes);
         }
         return;
     }
+    Push(event, bytes);
+    mQueueCond.signal();
+}
+
+void Service::LogSendThread::Push(const sp<LogSrvEvent>& event, size_t bytes) {
     mEventQueue.push_back(event);
     mQueueBytes += bytes;
-    mQueueCond.signal();
+    ++mCounters.queued[EventTypeSlot(event->type)];
+    mCounters.highWater = std::max<uint64_t>(mCounters.highWater, mEventQueue.size());
 }
 
 void Service::LogSendThread::Exit() {
@@ -105,12 +116,16 @@ bool Service::LogSendThread::threadLoop() {
             event = std::move(mEventQueue.front());
             mEventQueue.pop_front();
             mQueueBytes -= QueueBytes(*event);
+            ++mCounters.dispatched;
         }
         // Dropping the last reference here may destroy the service on this
         // thread; its shutdown then stops this loop without waiting for it.
         const sp<VyMediaMonitorService> service = mService.promote();
         if (service != nullptr) {
+            const nsecs_t start = systemTime(SYSTEM_TIME_MONOTONIC);
             service->OnSrvEvent(event);
+            mLongestDispatchNs.Raise(
+                    static_cast<uint64_t>(systemTime(SYSTEM_TIME_MONOTONIC) - start));
         }
     }
     return false;
@@ -126,17 +141,40 @@ bool Service::LogSendThread::WaitForEvent() {
         if (result == -ETIMEDOUT && mEventQueue.empty()) {
             const sp<LogSrvEvent> check =
                     new LogSrvEvent(EVENT_WRITE_CHECK, -1, -1, String8(), false);
-            mEventQueue.push_back(check);
-            mQueueBytes += QueueBytes(*check);
+            Push(check, QueueBytes(*check));
         }
     }
     return !exitPending();
 }
 
+void Service::LogSendThread::CopyStatsTo(MonitorStats* stats) {
+    Mutex::Autolock lock(mQueueLock);
+    std::copy(std::begin(mCounters.queued), std::end(mCounters.queued), stats->queued);
+    stats->droppedFull = mCounters.droppedFull;
+    stats->droppedBytes = mCounters.droppedBytes;
+    stats->depth = mEventQueue.size();
+    stats->highWater = mCounters.highWater;
+    stats->limit = static_cast<uint64_t>(mQueueLimit);
+    stats->bytes = mQueueBytes;
+    stats->byteLimit = MAX_QUEUE_BYTES;
+    stats->dispatched = mCounters.dispatched;
+    stats->longestDispatchNs = mLongestDispatchNs.Get();
+}
+
+void Service::LogSendThread::ResetStats() {
+    Mutex::Autolock lock(mQueueLock);
+    mCounters = QueueCounters();
+    mCounters.highWater = mEventQueue.size();
+    mLongestDispatchNs.Reset();
+}
+
 void Service::SendLogEventLogSrv(const sp<LogSrvEvent>& event) {
     if (mLogSendThread != nullptr && event != nullptr) {
         mLogSendThread->SendLogEvent(event);
-    } else if (mDebuggable) {
+        return;
+    }
+    mCallCounters.DroppedNoWorker();
+    if (mDebuggable) {
         ALOGE("SendLogEventLogSrv error");
     }
 }

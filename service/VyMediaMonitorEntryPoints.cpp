@@ -5,6 +5,7 @@
 #include "service/VyMediaMonitorService.h"
 
 #include <stdio.h>
+#include <unistd.h>
 
 #include <iterator>
 
@@ -61,12 +62,13 @@ bool VyMediaMonitorService::CheckUid(int uid) {
     return offset < kAllowedUidSpan && ((kAllowedUids >> offset) & 1) != 0;
 }
 
-bool VyMediaMonitorService::IsCallerAllowed(const char* operation) {
+bool VyMediaMonitorService::IsCallerAllowed(int number, const char* operation) {
     const IPCThreadState* ipc = IPCThreadState::self();
     const int uid = static_cast<int>(ipc->getCallingUid());
     if (CheckUid(uid)) {
         return true;
     }
+    mCallCounters.Refused(static_cast<size_t>(number - 1), uid, ipc->getCallingPid());
     ALOGI("Permission Denial: can't %s VyMediaMonitorService from pid=%d, uid=%d\n", operation,
           ipc->getCallingPid(), uid);
     return false;
@@ -86,14 +88,14 @@ void VyMediaMonitorService::QueueEvent(const sp<LogSrvEvent>& event) {
 }
 
 void VyMediaMonitorService::ForceLogSend(int type) {
-    if (!IsCallerAllowed("ForceLogSend")) {
+    if (!IsCallerAllowed(1, "ForceLogSend")) {
         return;
     }
     QueueEvent(new LogSrvEvent(EVENT_FORCE_SEND, type, -1, String8(), false));
 }
 
 void VyMediaMonitorService::WriteLogMsg(int prior, int type, const char* msg) {
-    if (!IsCallerAllowed("WriteLogMsg")) {
+    if (!IsCallerAllowed(2, "WriteLogMsg")) {
         return;
     }
     const String8 text = ToString8(msg);
@@ -106,7 +108,7 @@ void VyMediaMonitorService::WriteLogMsg(int prior, int type, const char* msg) {
 }
 
 void VyMediaMonitorService::WriteMediaBigData(int pid, int type, const char* msg) {
-    if (!IsCallerAllowed("WriteMediaBigData")) {
+    if (!IsCallerAllowed(3, "WriteMediaBigData")) {
         return;
     }
     const String8 text = ToString8(msg);
@@ -174,7 +176,7 @@ void VyMediaMonitorService::WriteKpis(const String8& kpis) {
     QueueEvent(new KpiEvent(EVENT_KPI, kpis));
 }
 
-status_t VyMediaMonitorService::Dump(int fd, const Vector<String16>& /*args*/) {
+status_t VyMediaMonitorService::Dump(int fd, const Vector<String16>& args) {
     if (!mDebuggable) {
         return NO_ERROR;
     }
@@ -189,6 +191,12 @@ status_t VyMediaMonitorService::Dump(int fd, const Vector<String16>& /*args*/) {
         !PermissionCache::checkCallingPermission(*kDumpPermission)) {
         dprintf(fd, "Permission Denial: can't Dump mediaMonitor from pid=%d, uid=%d\n",
                 ipc->getCallingPid(), static_cast<int>(ipc->getCallingUid()));
+        return NO_ERROR;
+    }
+    if (!args.isEmpty()) {
+        const std::string text = DumpWithArgs(args);
+        const ssize_t ignored = write(fd, text.data(), text.size());
+        (void)ignored;
         return NO_ERROR;
     }
     const sp<MediaLogBase> writers[] = {mExceptionLogWriter, mBDFlowWriter, mBDCountWriter,
@@ -207,6 +215,9 @@ status_t VyMediaMonitorService::dump(int fd, const Vector<String16>& args) {
 
 status_t VyMediaMonitorService::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                            uint32_t flags) {
+    if (code >= FORCE_LOG_SEND && code <= LAST_OPERATION) {
+        mCallCounters.Called(code - FORCE_LOG_SEND);
+    }
     return BnVyMediaMonitorService::onTransact(code, data, reply, flags);
 }
 

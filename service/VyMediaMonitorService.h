@@ -26,8 +26,10 @@
 #include <stdint.h>
 #include <sys/types.h>
 
+#include <array>
 #include <atomic>
 #include <deque>
+#include <string>
 
 #include <IVyMediaMonitorService.h>
 #include <utils/Condition.h>
@@ -39,6 +41,7 @@
 #include <utils/Thread.h>
 #include <utils/Vector.h>
 
+#include "service/MonitorStats.h"
 #include "writers/LogRateLimiter.h"
 #include "writers/MediaBDCountWriter.h"
 #include "writers/MediaBDFlowWriter.h"
@@ -229,6 +232,11 @@ public:
         // thread itself; queued events are not dispatched.
         void Exit() EXCLUDES(mQueueLock);
 
+        // The queue's and the worker's part of the statistics.
+        void CopyStatsTo(MonitorStats* stats) EXCLUDES(mQueueLock);
+        // Zeroes them; the high-water mark starts again from the depth now.
+        void ResetStats() EXCLUDES(mQueueLock);
+
     protected:
         // Reads the properties and starts the thread.
         void onFirstRef() override;
@@ -254,6 +262,16 @@ public:
         // a draining backlog.
         std::deque<sp<LogSrvEvent>> mEventQueue GUARDED_BY(mQueueLock);
         size_t mQueueBytes GUARDED_BY(mQueueLock);  // as MAX_QUEUE_BYTES counts them
+        // Counted under mQueueLock, which every hand-off takes anyway.
+        struct QueueCounters {
+            uint64_t queued[MONITOR_EVENT_TYPES] = {};
+            uint64_t droppedFull = 0;
+            uint64_t droppedBytes = 0;
+            uint64_t highWater = 0;
+            uint64_t dispatched = 0;
+        };
+        QueueCounters mCounters GUARDED_BY(mQueueLock);
+        StatCounter mLongestDispatchNs;  // bumped by the worker alone
         // Set by onFirstRef, before the thread starts.
         bool mDebuggable;
         int64_t mWriteCheckDuration;  // nanoseconds
@@ -262,6 +280,7 @@ public:
         // Waits until an event is queued, or queues a write check after an
         // idle period; false when an exit is pending instead.
         bool WaitForEvent() REQUIRES(mQueueLock);
+        void Push(const sp<LogSrvEvent>& event, size_t bytes) REQUIRES(mQueueLock);
         static size_t QueueBytes(const LogSrvEvent& event) {
             return QUEUE_EVENT_BYTES + event.TextBytes();
         }
@@ -321,6 +340,10 @@ public:
     virtual void GetActiveStream() REQUIRES(mLock) EXCLUDES(mAudioStateLock);
     virtual void WritePlayingStatus() EXCLUDES(mLock, mAudioStateLock);
     virtual void SendCacheEventSingle(const sp<BigDataEvent>& event) REQUIRES(mLock);
+
+    // Every counter, and their reset (the dump's --stats and --reset-stats).
+    MonitorStats GetStats();
+    void ResetStats();
 
     // The dump transaction (what dumpsys sends) reaches Dump.
     status_t dump(int fd, const Vector<String16>& args) override;
@@ -403,6 +426,8 @@ protected:
     Mutex mAudioStateLock;
     Mutex mDispatchLock;
 
+    CallCounters mCallCounters;
+
     // The cache slots: the last statistic of each kind, queued again at
     // each flush until replaced.
     sp<BigDataEvent> mStreamVolumeEvents[STREAM_VOLUME_SLOTS] GUARDED_BY(mLock);
@@ -424,8 +449,13 @@ protected:
 
 private:
     // Caller check of operations 1 to 3: false, with the denial line naming
-    // operation, when the calling uid is not admitted.
-    static bool IsCallerAllowed(const char* operation);
+    // the operation and counted against its number, when the calling uid is
+    // not admitted.
+    bool IsCallerAllowed(int number, const char* operation);
+    // The six writers in their fixed order, each possibly null.
+    std::array<sp<MediaLogBase>, MONITOR_WRITERS> AllWriters() const;
+    // What a dump with arguments writes: the statistics, or a usage error.
+    std::string DumpWithArgs(const Vector<String16>& args);
     // A client's C string; null logs the error line and becomes empty.
     static String8 ToString8(const char* text);
     // Each writer whose switch is 1, in their fixed order.

@@ -16,6 +16,7 @@
 #include "tools/EventLog.h"
 #include "tools/Operations.h"
 #include "tools/ServiceClient.h"
+#include "tools/Stats.h"
 #include "tools/Trace.h"
 
 using namespace vymm;
@@ -29,6 +30,9 @@ constexpr char kUsage[] =
         "  call OP ARG...                call operation OP (number or name); each ARG is\n"
         "                                i32 N, s8 TEXT or null\n"
         "  dump [ARG...]                 the service's dump, as dumpsys prints it\n"
+        "  stats [--json] [--watch S]    the service's counters; --watch refreshes them\n"
+        "                                every S seconds with the rates per second\n"
+        "                                (with --json: one JSON line per sample)\n"
         "  replay [--fast] [--skip-as] FILE\n"
         "                                replay a trace: one call a line, sleep MS, as UID\n"
         "  events [FILE]                 the uploaded events ($VEXEL_EVENT_LOG)\n"
@@ -79,6 +83,66 @@ int Dump(const std::vector<std::string>& words, int waitMs) {
         fprintf(stderr, "vymm dump: the dump failed (%d)\n", status);
         return EXIT_UNREACHABLE;
     }
+    return EXIT_OK;
+}
+
+// Every S seconds, the counters with their rates, like top; or, with json,
+// one JSON line per sample.
+int WatchStats(const sp<android::IBinder>& binder, double seconds, bool json) {
+    std::string before;
+    for (;;) {
+        std::string now;
+        std::string text;
+        std::string error;
+        if (!FetchDump(binder, {"--stats", "--json"}, &now, &error) ||
+            (!json && !FormatRates(now, before, seconds, &text, &error))) {
+            fprintf(stderr, "vymm stats: %s\n", error.c_str());
+            return EXIT_UNREACHABLE;
+        }
+        if (json) {
+            fputs(now.c_str(), stdout);
+        } else {
+            printf("\033[H\033[2Jvymm stats, every %g s (total, change per second)\n\n%s",
+                   seconds, text.c_str());
+        }
+        fflush(stdout);
+        before = now;
+        usleep(static_cast<useconds_t>(seconds * 1e6));
+    }
+}
+
+int Stats(const std::vector<std::string>& words, int waitMs) {
+    bool json = false;
+    double watch = 0;
+    for (size_t i = 0; i < words.size(); ++i) {
+        if (words[i] == "--json") {
+            json = true;
+        } else if (words[i] == "--watch" && i + 1 < words.size()) {
+            char* end = nullptr;
+            watch = strtod(words[++i].c_str(), &end);
+            if (*end != '\0' || !(watch >= 0.1 && watch <= 3600)) {
+                return Usage("--watch takes seconds, from 0.1 to 3600");
+            }
+        } else {
+            return Usage(("unknown stats argument " + words[i]).c_str());
+        }
+    }
+    const sp<android::IBinder> binder = FindService(waitMs);
+    if (binder == nullptr) {
+        return EXIT_UNREACHABLE;
+    }
+    if (watch > 0) {
+        return WatchStats(binder, watch, json);
+    }
+    std::string text;
+    std::string error;
+    if (!FetchDump(binder, json ? std::vector<std::string>{"--stats", "--json"}
+                                : std::vector<std::string>{"--stats"},
+                   &text, &error)) {
+        fprintf(stderr, "vymm stats: %s\n", error.c_str());
+        return EXIT_UNREACHABLE;
+    }
+    fputs(text.c_str(), stdout);
     return EXIT_OK;
 }
 
@@ -169,6 +233,9 @@ int main(int argc, char** argv) {
     }
     if (command == "dump") {
         return Dump(words, waitMs);
+    }
+    if (command == "stats") {
+        return Stats(words, waitMs);
     }
     if (command == "replay") {
         return ReplayFile(words, waitMs);

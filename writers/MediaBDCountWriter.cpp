@@ -70,12 +70,15 @@ void MediaBDCountWriter::WriteBigDataMsg(int pid, int type) {
               appName.string());
     }
     if (mLogMemSize >= MAX_LOG_MEM_SIZE) {
+        mCounters.Refused(REFUSED_CAP);
         return;
     }
     // pid -1 has the empty name, so it is counted as an application.
     const bool saturated = appName == "Unknow App" ? UpdateAndCheckTypeCounter(pid, type)
                                                    : UpdateAndCheckBigDataCounter(appName, type);
-    if (!saturated) {
+    if (saturated) {
+        mCounters.Refused(REFUSED_SATURATED);
+    } else {
         TriggerLogStrategy();
     }
 }

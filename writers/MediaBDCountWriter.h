@@ -36,6 +36,10 @@ protected:
     using TypeCounters = DefaultKeyedVector<int, unsigned int>;
 
     String8 FormatRecords(bool forDump) override REQUIRES(mLock);
+    // Applications and pids counted.
+    size_t HeldRecords() override REQUIRES(mLock) {
+        return mAppCounters.size() + mPidCounters.size();
+    }
 
     // Each (key, type) pair charges 4 to mLogMemSize, so 128 pairs fill it.
     KeyedVector<String8, TypeCounters> mAppCounters GUARDED_BY(mLock);

@@ -74,11 +74,15 @@ void MediaBDFileWriter::WriteToFile() {
     // until the next upload recreates the file.
     struct stat st;
     if (stat(mPath, &st) == 0) {
-        WriteText(mFd, FormatRecords(false));
+        const ssize_t written = WriteText(mFd, FormatRecords(false));
+        mCounters.WroteFile(written > 0 ? static_cast<uint64_t>(written) : 0);
+    } else if (mLogMemSize != 0) {
+        mCounters.Refused(REFUSED_FILE_MISSING);
     }
 }
 
 bool MediaBDFileWriter::DoSendMediaLog() {
+    const nsecs_t start = systemTime(SYSTEM_TIME_MONOTONIC);
     GetMediaLogbody(mFd);
     // GetMediaLogbody has closed mFd exactly when the file had content.
     // Closing it twice could close a descriptor another thread just opened.
@@ -97,10 +101,17 @@ bool MediaBDFileWriter::DoSendMediaLog() {
     mLastSendTime = systemTime(SYSTEM_TIME_MONOTONIC);
     ResetLogMem();
     Reopen(O_TRUNC, 0664);
+    mCounters.TruncatedFile();
     mCurFileSize = 0;
     // The hand-off above keeps nothing, so the text need not outlive it.
     mLogBody.clear();
+    mCounters.Uploaded(start);
     return true;
+}
+
+WriterStats MediaBDFileWriter::GetStats() {
+    Mutex::Autolock lock(mLock);
+    return StatsHolding(HeldRecords(), MAX_LOG_MEM_SIZE);
 }
 
 const char* MediaBDFileWriter::GetFilePath() { return mPath; }

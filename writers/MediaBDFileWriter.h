@@ -31,6 +31,7 @@ public:
     void FlushToFile() EXCLUDES(mLock);
     bool SendMediaLog() EXCLUDES(mLock);
     void Dump(int fd) override EXCLUDES(mLock);
+    WriterStats GetStats() override EXCLUDES(mLock);
 
     // Appends the records held to the file, unless the file has been removed.
     void WriteToFile() override REQUIRES(mLock);
@@ -53,6 +54,7 @@ protected:
     // The records held, as the file takes them or, for a dump, with the
     // dump's heading and layout.
     virtual String8 FormatRecords(bool forDump) REQUIRES(mLock) = 0;
+    virtual size_t HeldRecords() REQUIRES(mLock) = 0;
 
     // -1 while the file cannot be opened.
     int mFd GUARDED_BY(mLock);

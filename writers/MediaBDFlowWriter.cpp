@@ -32,6 +32,8 @@ void MediaBDFlowWriter::WriteBigDataMsg(int pid, int type, String8 msg) {
         mLogMemSize +=
                 record.msg.length() + record.appName.length() + record.time.length() + kRecordCharge;
         mBigDatas.push_back(record);
+    } else {
+        mCounters.Refused(REFUSED_CAP);
     }
     // A full writer still asks the policy, so a due upload is not held back.
     TriggerLogStrategy();

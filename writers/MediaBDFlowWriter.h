@@ -28,6 +28,7 @@ public:
 
 protected:
     String8 FormatRecords(bool forDump) override REQUIRES(mLock);
+    size_t HeldRecords() override REQUIRES(mLock) { return mBigDatas.size(); }
 
     // Each message charges the lengths of its three texts plus 8.
     Vector<MediaLogBase::BigData> mBigDatas GUARDED_BY(mLock);

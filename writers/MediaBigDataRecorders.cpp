@@ -246,6 +246,7 @@ bool MediaBigDataWriter::IsFull(const char* who) {
     if (mLogMemSize < mMaxBigDataSize) {
         return false;
     }
+    mCounters.Refused(REFUSED_CAP);
     if (mDebuggable) {
         ALOGD("%s: current bigdata size(%zu) exceed MAX_BIGDATA_SIZE(%zu)", who, mLogMemSize,
               mMaxBigDataSize);
@@ -262,6 +263,7 @@ bool MediaBigDataWriter::HasRoomFor(const Field* begin, const Field* end, int ev
     if (mStoreBytes + most <= MAX_BIGDATA_BYTES) {
         return true;
     }
+    mCounters.Refused(REFUSED_BYTE_LIMIT);
     if (mStoreFullLog.Allow()) {
         ALOGE("bigdata store full: %zu bytes, dropping event %d", mStoreBytes, eventId);
     }
@@ -303,6 +305,7 @@ bool MediaBigDataWriter::Record(const Route* routes, size_t count, int eventId, 
         }
     }
     ALOGE("Unknown bigdata type");
+    mCounters.Refused(REFUSED_INVALID);
     return true;
 }
 

@@ -40,8 +40,10 @@ void SetParams(ReportEvent& event, const BigDataKeyValuesVector& record) {
 
 // One report event per entry of table, in ascending id order; an id that the
 // library refuses is logged as "Unknown <what> eventId(<id>)" and dropped.
+// Returns the events sent.
 template <typename Value>
-void Upload(const DefaultKeyedVector<int, Value>& table, const char* what, bool skipReserved) {
+size_t Upload(const DefaultKeyedVector<int, Value>& table, const char* what, bool skipReserved) {
+    size_t sent = 0;
     for (size_t i = 0; i < table.size(); ++i) {
         const int eventId = table.keyAt(i);
         if (skipReserved && IsNeverUploaded(eventId)) {
@@ -54,7 +56,9 @@ void Upload(const DefaultKeyedVector<int, Value>& table, const char* what, bool 
         }
         SetParams(event, table.valueAt(i));
         event.Send();
+        ++sent;
     }
+    return sent;
 }
 
 }  // namespace
@@ -158,6 +162,12 @@ void MediaBigDataWriter::UpdateBigDataKeyValuesnfos(int eventId, String8 key, St
     }
 }
 
+WriterStats MediaBigDataWriter::GetStats() {
+    Mutex::Autolock lock(mBigDataLock);
+    return StatsHolding(mBigDataCounts.size() + mBigDataStrings.size() + mBigDataKeyValues.size(),
+                        mMaxBigDataSize, mStoreBytes, MAX_BIGDATA_BYTES);
+}
+
 void MediaBigDataWriter::GetMemInfos(int* curSize, int* maxSize) {
     ReportMemInfos(LOG_TAG, "MediaBigDataWriter::GetMemInfos", curSize, maxSize, mMaxBigDataSize);
 }
@@ -167,15 +177,19 @@ void MediaBigDataWriter::GetLastTime(long* lastTime, long* period) {
 }
 
 bool MediaBigDataWriter::DoSendMediaLog() {
-    Upload(mBigDataCounts, "bigdata", true);
-    Upload(mBigDataStrings, "bigDataStr", false);
+    const nsecs_t start = systemTime(SYSTEM_TIME_MONOTONIC);
+    mCounters.Sent(Upload(mBigDataCounts, "bigdata", true));
+    mCounters.Sent(Upload(mBigDataStrings, "bigDataStr", false));
     DoSendMediaLogNew();
     AdvanceLastSendTime();
     ResetLogMem();
+    mCounters.Uploaded(start);
     return true;
 }
 
-void MediaBigDataWriter::DoSendMediaLogNew() { Upload(mBigDataKeyValues, "bigdata", false); }
+void MediaBigDataWriter::DoSendMediaLogNew() {
+    mCounters.Sent(Upload(mBigDataKeyValues, "bigdata", false));
+}
 
 void MediaBigDataWriter::ResetLogMem() {
     if (mDebuggable) {

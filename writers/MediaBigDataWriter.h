@@ -89,6 +89,8 @@ public:
     // The counter and text tables as text; the key/value records are not shown.
     // A negative fd gets nothing.
     void Dump(int fd) override;
+    // Records are event ids, counted once per table that holds them.
+    WriterStats GetStats() override EXCLUDES(mBigDataLock);
 
     // Call-backs of the send policy and the constructor, run with the lock held.
     // The upload sends one report event per (table, event id) and returns

@@ -48,8 +48,11 @@ void MediaExceptionLogWriter::WriteLogMsg(int prior, int type, String8 msg) {
                 ALOGD("WriteLogMsg append, type: %d, value: %s", type, text.string());
             }
         }
-    } else if (mDebuggable) {
-        ALOGD("WriteLogMsg, radar already full, drop this msg!");
+    } else {
+        mCounters.Refused(REFUSED_CAP);
+        if (mDebuggable) {
+            ALOGD("WriteLogMsg, radar already full, drop this msg!");
+        }
     }
     mPrior = prior;
     TriggerLogStrategy();
@@ -89,6 +92,7 @@ void MediaExceptionLogWriter::GetMediaLogbody(int /*fd*/) {
 }
 
 bool MediaExceptionLogWriter::DoSendMediaLog() {
+    const nsecs_t start = systemTime(SYSTEM_TIME_MONOTONIC);
     GetMediaLogbody(-1);
     const String8 now = GetFormattedCurrentTime();
     if (mDebuggable) {
@@ -100,6 +104,7 @@ bool MediaExceptionLogWriter::DoSendMediaLog() {
     WriteLogExceptionMsg("app-media", 65, head.string(), mLogBody.string());
     mLastSendTime = systemTime(SYSTEM_TIME_MONOTONIC);
     ResetLogMem();
+    mCounters.Uploaded(start);
     return true;
 }
 
@@ -122,6 +127,11 @@ void MediaExceptionLogWriter::Dump(int fd) {
         }
     }
     WriteText(fd, text);
+}
+
+WriterStats MediaExceptionLogWriter::GetStats() {
+    Mutex::Autolock lock(mLock);
+    return StatsHolding(mLogMsgs.size(), MAX_LOG_MEM_SIZE);
 }
 
 void MediaExceptionLogWriter::GetMemInfos(int* cur, int* max) {

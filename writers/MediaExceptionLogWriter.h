@@ -41,6 +41,7 @@ public:
     bool DoSendMediaLog() override REQUIRES(mLock);
     void ResetLogMem() override REQUIRES(mLock);
     void Dump(int fd) override;
+    WriterStats GetStats() override EXCLUDES(mLock);
 
     void GetMemInfos(int* cur, int* max) override REQUIRES(mLock);
     void GetLastTime(long* lastTime, long* cycle) override REQUIRES(mLock);

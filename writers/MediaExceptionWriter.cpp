@@ -74,6 +74,7 @@ MediaException* MediaExceptionWriter::AddReport(int eventId, int eventLevel, int
                                                 const String8& reason,
                                                 const String8& callingApp, bool longForm) {
     if (mLogMemSize >= MAX_EXCEPTION_LOG_SIZE) {
+        mCounters.Refused(REFUSED_CAP);
         if (mDebuggable) {
             ALOGD("WriteException: current exception log size(%zu) exceed            "
                   "MAX_EXCEPTION_LOG_SIZE(%zu)",
@@ -85,6 +86,9 @@ MediaException* MediaExceptionWriter::AddReport(int eventId, int eventLevel, int
     if (record == nullptr) {
         ALOGE("WriteException: could not get one exceptionObj for %d", eventId);
         return nullptr;
+    }
+    if (record->count > 0) {
+        mCounters.Merged();
     }
     if (longForm) {
         record->simple = false;
@@ -166,6 +170,7 @@ String8 MediaExceptionWriter::GetUploadString(const DefaultKeyedVector<String8, 
 }
 
 bool MediaExceptionWriter::DoSendMediaLog() {
+    const nsecs_t start = systemTime(SYSTEM_TIME_MONOTONIC);
     for (size_t i = 0; i < mExceptions.size(); ++i) {
         const MediaException& record = mExceptions[i];
         if (mDebuggable) {
@@ -187,9 +192,11 @@ bool MediaExceptionWriter::DoSendMediaLog() {
             event.SetInt("AssociatedEeventID", record.associatedEventId);
         }
         event.Send();
+        mCounters.Sent();
     }
     AdvanceLastSendTime();
     ResetLogMem();
+    mCounters.Uploaded(start);
     return true;
 }
 
@@ -226,6 +233,11 @@ void MediaExceptionWriter::Dump(int fd) {
         text.appendFormat("associatedEventId:%d\n", record.associatedEventId);
     }
     WriteText(fd, text);
+}
+
+WriterStats MediaExceptionWriter::GetStats() {
+    Mutex::Autolock lock(mLock);
+    return StatsHolding(mExceptions.size(), MAX_EXCEPTION_LOG_SIZE);
 }
 
 void MediaExceptionWriter::GetMemInfos(int* cur, int* max) {

@@ -65,6 +65,7 @@ public:
     void TriggerLog();
     void ResetLogMem() override REQUIRES(mLock);
     void Dump(int fd) override;
+    WriterStats GetStats() override EXCLUDES(mLock);
 
     void GetMemInfos(int* cur, int* max) override REQUIRES(mLock);
     void GetLastTime(long* lastTime, long* cycle) override REQUIRES(mLock);

@@ -71,6 +71,7 @@ void MediaKpiWriter::WriteKpis(const String8& kpis) {
         ALOGD("WriteKpis %s", kpis.string());
     }
     if (mLogMemSize >= MAX_KPI_SIZE) {
+        mCounters.Refused(REFUSED_CAP);
         if (mDebuggable) {
             ALOGD("WriteKpis: current kpi size(%zu) exceed MAX_KPI_SIZE(%zu)", mLogMemSize,
                   MAX_KPI_SIZE);
@@ -83,14 +84,17 @@ void MediaKpiWriter::WriteKpis(const String8& kpis) {
     const size_t equals = text.find('=');
     if (equals == std::string_view::npos) {
         ALOGE("Kpis %s miss a value", kpis.string());
+        mCounters.Refused(REFUSED_INVALID);
         return;
     }
     if (Trim(text.substr(0, equals)).empty()) {
         ALOGE("Kpis %s contains an empty key", kpis.string());
+        mCounters.Refused(REFUSED_INVALID);
         return;
     }
     if (text.find(':', equals + 1) != std::string_view::npos) {
         ALOGE("Kpis %s valueStart error", kpis.string());
+        mCounters.Refused(REFUSED_INVALID);
         return;
     }
     SendKpis(list);
@@ -126,13 +130,16 @@ void MediaKpiWriter::SendKpis(Vector<MediaKpi>& list) {
         event.SetInt(mKpiParamNames[2 * distance], kpi.subType);
         event.SetInt(mKpiParamNames[2 * distance + 1], kpi.value);
         event.Send();
+        mCounters.Sent();
         mLogMemSize += kKpiCharge;
     }
 }
 
 bool MediaKpiWriter::DoSendMediaLog() {
+    const nsecs_t start = systemTime(SYSTEM_TIME_MONOTONIC);
     AdvanceLastSendTime();
     ResetLogMem();
+    mCounters.Uploaded(start);
     return true;
 }
 
@@ -151,6 +158,11 @@ void MediaKpiWriter::ResetLogMem() {
         ALOGD("ResetLogMem");
     }
     mLogMemSize = 0;
+}
+
+WriterStats MediaKpiWriter::GetStats() {
+    Mutex::Autolock lock(mLock);
+    return StatsHolding(0, MAX_KPI_SIZE);
 }
 
 void MediaKpiWriter::GetMemInfos(int* cur, int* max) {

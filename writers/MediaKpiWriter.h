@@ -44,6 +44,8 @@ public:
     void SendMediaLog();
     void TriggerLog();
     void ResetLogMem() override REQUIRES(mLock);
+    // Holds no records: its charge counts the events of this cycle.
+    WriterStats GetStats() override EXCLUDES(mLock);
 
     void GetMemInfos(int* cur, int* max) override REQUIRES(mLock);
     void GetLastTime(long* lastTime, long* cycle) override REQUIRES(mLock);

@@ -202,9 +202,20 @@ void MediaLogBase::ReportLastTime(const char* tag, const char* where, long* last
     *cycle = globalMediaLogCycleDuration;
 }
 
-void MediaLogBase::WriteText(int fd, const String8& text) {
-    const ssize_t ignored = write(fd, text.string(), text.length());
-    (void)ignored;
+ssize_t MediaLogBase::WriteText(int fd, const String8& text) {
+    return write(fd, text.string(), text.length());
+}
+
+WriterStats MediaLogBase::StatsHolding(size_t records, size_t cap, size_t bytes,
+                                       size_t byteLimit) const {
+    WriterStats stats;
+    stats.records = records;
+    stats.charge = mLogMemSize;
+    stats.cap = cap;
+    stats.bytes = bytes;
+    stats.byteLimit = byteLimit;
+    mCounters.CopyTo(&stats);
+    return stats;
 }
 
 void MediaLogBase::AdvanceLastSendTime() {

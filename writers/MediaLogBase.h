@@ -20,6 +20,8 @@
 #include <utils/String8.h>
 #include <utils/Timers.h>
 
+#include "writers/WriterStats.h"
+
 namespace android {
 
 class MediaMonitorPolicy;
@@ -73,6 +75,11 @@ public:
     virtual void GetLastTime(long* /*lastTime*/, long* /*cycle*/) {}
     virtual void GetLogPrior(int* /*prior*/) {}
 
+    // What the writer holds now and has done; takes the writer's mutex. The
+    // base holds nothing of its own.
+    virtual WriterStats GetStats() { return StatsHolding(0, 0); }
+    void ResetStats() { mCounters.Reset(); }
+
     // Reads ro.media.debuggable and ro.media.uploadduration.
     void GetDefault();
 
@@ -101,8 +108,11 @@ protected:
                            std::initializer_list<const void*> ptrs);
     void ReportMemInfos(const char* tag, const char* where, int* cur, int* max, size_t cap);
     void ReportLastTime(const char* tag, const char* where, long* lastTime, long* cycle);
-    // Writes all of text to fd in one write, as a dump must; the result is not checked.
-    static void WriteText(int fd, const String8& text);
+    // Writes all of text to fd in one write, as a dump must; write's result.
+    static ssize_t WriteText(int fd, const String8& text);
+    // The counters with what the writer holds now; the caller holds its mutex.
+    WriterStats StatsHolding(size_t records, size_t cap, size_t bytes = 0,
+                             size_t byteLimit = 0) const;
     // Moves mLastSendTime on by one cycle, so that uploads stay on the cycle's
     // grid rather than drifting to "now". A cycle may be up to 2^31 seconds:
     // past the clock's range the writer is simply never due.
@@ -124,6 +134,9 @@ protected:
     nsecs_t mLastSendTime;    // monotonic; -1: not due by time
     int32_t mWriterType;      // one of LOG_TYPE_*
     long mCurFileSize;        // bytes of the record file, as last measured
+
+    // Bumped under the writer's mutex, read without it.
+    WriterCounters mCounters;
 
     // The writer's mutex. The base never takes it.
     Mutex mLock;

@@ -1,0 +1,88 @@
+// The service's account of itself: the counters it keeps while it runs and
+// the copy of all of them that a statistics dump renders. Every counter is
+// cheap on the path it counts: a relaxed atomic, or a plain field under a
+// lock that path takes anyway.
+#ifndef VYMM_SERVICE_MONITOR_STATS_H
+#define VYMM_SERVICE_MONITOR_STATS_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <atomic>
+
+#include "report/VexelProxy.h"
+#include "writers/StatCounter.h"
+#include "writers/WriterStats.h"
+
+namespace android {
+
+constexpr size_t MONITOR_OPERATIONS = 21;
+// Event types 1 to 21 by their number; slot 0 counts any other type.
+constexpr size_t MONITOR_EVENT_TYPES = 22;
+// In the order of the plain dump: exception log, flow file, count file,
+// exception, KPI, big data.
+constexpr size_t MONITOR_WRITERS = 6;
+
+inline size_t EventTypeSlot(int32_t type) {
+    return type >= 1 && static_cast<size_t>(type) < MONITOR_EVENT_TYPES
+                   ? static_cast<size_t>(type)
+                   : 0;
+}
+
+// One copy of every counter. Taken part by part, so two parts may be a
+// moment apart; within the queue's part the figures agree exactly.
+struct MonitorStats {
+    // Operations by number - 1: remote calls made, and refused by the caller check.
+    uint64_t calls[MONITOR_OPERATIONS] = {};
+    uint64_t refused[MONITOR_OPERATIONS] = {};
+    int32_t lastRefusedUid = -1;
+    int32_t lastRefusedPid = -1;
+
+    uint64_t queued[MONITOR_EVENT_TYPES] = {};  // taken into the queue, by type
+    uint64_t droppedFull = 0;
+    uint64_t droppedBytes = 0;
+    uint64_t droppedNoWorker = 0;
+    uint64_t depth = 0;
+    uint64_t highWater = 0;
+    uint64_t limit = 0;
+    uint64_t bytes = 0;
+    uint64_t byteLimit = 0;
+    uint64_t dispatched = 0;  // taken off the queue by the worker
+    uint64_t longestDispatchNs = 0;
+
+    bool writerPresent[MONITOR_WRITERS] = {};
+    WriterStats writers[MONITOR_WRITERS];
+
+    VexelProxy::Stats reporting{};
+};
+
+// The remote calls and their caller checks, bumped on Binder threads.
+class CallCounters {
+public:
+    // operation is the operation's number - 1.
+    void Called(size_t operation) { mCalls[operation].Add(); }
+    void Refused(size_t operation, int uid, int pid) {
+        mRefused[operation].Add();
+        mLastRefused.store(Pack(uid, pid), std::memory_order_relaxed);
+    }
+    void DroppedNoWorker() { mDroppedNoWorker.Add(); }
+
+    void CopyTo(MonitorStats* stats) const;
+    void Reset();
+
+private:
+    // uid and pid in one word, so that a dump never pairs one caller's uid
+    // with another's pid; all ones (-1, -1) is "none".
+    static uint64_t Pack(int uid, int pid) {
+        return (uint64_t{static_cast<uint32_t>(uid)} << 32) | static_cast<uint32_t>(pid);
+    }
+
+    StatCounter mCalls[MONITOR_OPERATIONS];
+    StatCounter mRefused[MONITOR_OPERATIONS];
+    StatCounter mDroppedNoWorker;
+    std::atomic<uint64_t> mLastRefused{~uint64_t{0}};
+};
+
+}  // namespace android
+
+#endif

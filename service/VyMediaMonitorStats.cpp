@@ -1,0 +1,110 @@
+// The service's statistics: gathering the counters of every part, their
+// reset, and the dump's arguments that show or reset them.
+#include "service/VyMediaMonitorService.h"
+
+#include <iterator>
+
+#include "service/MonitorStatsRenderer.h"
+
+namespace android {
+
+namespace {
+
+constexpr char kDumpUsage[] =
+        "usage: dump [--stats [--json] | --reset-stats]\n"
+        "  (no argument)   what the writers hold\n"
+        "  --stats         the service's counters, as text\n"
+        "  --stats --json  the same, as one JSON object\n"
+        "  --reset-stats   zero the counters\n";
+
+std::string UsageError(const std::string& problem) {
+    return "dump: " + problem + "\n" + kDumpUsage;
+}
+
+}  // namespace
+
+void CallCounters::CopyTo(MonitorStats* stats) const {
+    for (size_t i = 0; i < MONITOR_OPERATIONS; ++i) {
+        stats->calls[i] = mCalls[i].Get();
+        stats->refused[i] = mRefused[i].Get();
+    }
+    const uint64_t last = mLastRefused.load(std::memory_order_relaxed);
+    stats->lastRefusedUid = static_cast<int32_t>(last >> 32);
+    stats->lastRefusedPid = static_cast<int32_t>(last & 0xffffffffu);
+    stats->droppedNoWorker = mDroppedNoWorker.Get();
+}
+
+void CallCounters::Reset() {
+    for (size_t i = 0; i < MONITOR_OPERATIONS; ++i) {
+        mCalls[i].Reset();
+        mRefused[i].Reset();
+    }
+    mDroppedNoWorker.Reset();
+    mLastRefused.store(~uint64_t{0}, std::memory_order_relaxed);
+}
+
+MonitorStats VyMediaMonitorService::GetStats() {
+    MonitorStats stats;
+    mCallCounters.CopyTo(&stats);
+    if (mLogSendThread != nullptr) {
+        mLogSendThread->CopyStatsTo(&stats);
+    }
+    const auto writers = AllWriters();
+    for (size_t i = 0; i < MONITOR_WRITERS; ++i) {
+        stats.writerPresent[i] = writers[i] != nullptr;
+        if (writers[i] != nullptr) {
+            stats.writers[i] = writers[i]->GetStats();
+        }
+    }
+    stats.reporting = VexelProxy::GetStats();
+    return stats;
+}
+
+void VyMediaMonitorService::ResetStats() {
+    mCallCounters.Reset();
+    if (mLogSendThread != nullptr) {
+        mLogSendThread->ResetStats();
+    }
+    for (const sp<MediaLogBase>& writer : AllWriters()) {
+        if (writer != nullptr) {
+            writer->ResetStats();
+        }
+    }
+    VexelProxy::ResetStats();
+}
+
+std::array<sp<MediaLogBase>, MONITOR_WRITERS> VyMediaMonitorService::AllWriters() const {
+    return {mExceptionLogWriter, mBDFlowWriter, mBDCountWriter,
+            mExceptionWriter,    mKpiWriter,    mBigDataWriter};
+}
+
+std::string VyMediaMonitorService::DumpWithArgs(const Vector<String16>& args) {
+    bool stats = false;
+    bool json = false;
+    bool reset = false;
+    for (size_t i = 0; i < args.size(); ++i) {
+        const String8 arg(args[i]);
+        if (arg == "--stats") {
+            stats = true;
+        } else if (arg == "--json") {
+            json = true;
+        } else if (arg == "--reset-stats") {
+            reset = true;
+        } else {
+            return UsageError(std::string("unknown argument ") + arg.string());
+        }
+    }
+    if (reset) {
+        if (stats || json || args.size() > 1) {
+            return UsageError("--reset-stats takes no other argument");
+        }
+        ResetStats();
+        return "statistics reset\n";
+    }
+    if (!stats) {
+        return UsageError("--json goes with --stats");
+    }
+    return json ? RenderStatsJson(GetStats()) : RenderStatsText(GetStats());
+}
+
+}  // namespace android
