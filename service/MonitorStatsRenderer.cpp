@@ -65,6 +65,9 @@ constexpr std::pair<const char*, const char*> kSections[] = {
         {"callers", "Callers"}, {"queue", "Queue"}, {"worker", "Worker"}, {"reporting", "Reporting library"},
 };
 
+// Wide enough for a writer's name and most figures.
+constexpr size_t kColumnWidth = 13;
+
 Json::Value Number(uint64_t value) { return Json::Value(static_cast<Json::UInt64>(value)); }
 
 uint64_t Micros(uint64_t nanoseconds) { return nanoseconds / 1000; }
@@ -141,18 +144,48 @@ void Flatten(const Json::Value& value, const std::string& prefix,
     }
 }
 
-void AppendSection(std::string* text, const std::string& title, const Json::Value& value) {
-    std::vector<std::pair<std::string, std::string>> lines;
-    Flatten(value, "", &lines);
+std::string PadRight(const std::string& text, size_t width) {
+    return text + std::string(width > text.size() ? width - text.size() : 0, ' ');
+}
+
+std::string PadLeft(const std::string& text, size_t width) {
+    return std::string(width > text.size() ? width - text.size() : 0, ' ') + text;
+}
+
+// A section whose columns are the members of parts, which all have the
+// same fields; its rows are those fields.
+void AppendTable(std::string* text, const std::string& title, const Json::Value& parts) {
+    const std::vector<std::string> columns = parts.getMemberNames();
+    std::vector<std::vector<std::pair<std::string, std::string>>> cells(columns.size());
     size_t width = 0;
-    for (const auto& line : lines) {
-        width = std::max(width, line.first.size());
+    for (size_t c = 0; c < columns.size(); ++c) {
+        Flatten(parts[columns[c]], "", &cells[c]);
+        for (const auto& cell : cells[c]) {
+            width = std::max(width, cell.first.size());
+        }
     }
     *text += title + ":\n";
-    for (const auto& [name, shown] : lines) {
-        *text += "  " + name + std::string(width - name.size() + 2, ' ') + shown + "\n";
+    if (columns.size() > 1) {
+        *text += "  " + PadRight("", width);
+        for (const std::string& column : columns) {
+            *text += "  " + PadLeft(column, kColumnWidth);
+        }
+        *text += "\n";
+    }
+    for (size_t row = 0; !cells.empty() && row < cells[0].size(); ++row) {
+        *text += "  " + PadRight(cells[0][row].first, width);
+        for (const auto& column : cells) {
+            *text += "  " + PadLeft(column[row].second, kColumnWidth);
+        }
+        *text += "\n";
     }
     *text += "\n";
+}
+
+void AppendSection(std::string* text, const std::string& title, const Json::Value& value) {
+    Json::Value one;
+    one[""] = value;
+    AppendTable(text, title, one);
 }
 
 void AppendOperations(std::string* text, const MonitorStats& stats) {
@@ -201,9 +234,7 @@ std::string RenderStatsText(const MonitorStats& stats) {
     for (const auto& [key, title] : kSections) {
         AppendSection(&text, title, root[key]);
     }
-    for (size_t i = 0; i < MONITOR_WRITERS; ++i) {
-        AppendSection(&text, std::string("Writer ") + kWriterNames[i], root["writers"][kWriterNames[i]]);
-    }
+    AppendTable(&text, "Writers", root["writers"]);
     return text;
 }
 

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <json/reader.h>
 
 #include "support/TestEnv.h"
 #include "tools/EventLog.h"
@@ -201,6 +202,22 @@ TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {
     if (isRoot) {
         EXPECT_TRUE(WaitForUpload(events, newPackage + "\n")) << "sent by the forced send";
     }
+    // Every call is counted, and every event queued is dispatched or waiting.
+    const std::string stats = RunTool({VYMM, "stats", "--json"});
+    ASSERT_EQ(stats.rfind("0|", 0), 0u) << stats;
+    Json::Value counted;
+    std::istringstream json(stats.substr(2));
+    ASSERT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), json, &counted, nullptr));
+    int calls = 0;
+    for (const Json::Value& op : counted["operations"]) {
+        calls += op["calls"].asInt();
+    }
+    EXPECT_EQ(calls, isRoot ? 6 : 3) << stats;
+    int queued = 0;
+    for (const Json::Value& count : counted["queue"]["queued"]) {
+        queued += count.asInt();
+    }
+    EXPECT_EQ(queued, counted["worker"]["dispatched"].asInt() + counted["queue"]["depth"].asInt());
     const std::string refused = RunTool({VYMM, "call", "WriteBigData", "i32", "1", "s8", "a"});
     EXPECT_EQ(refused.rfind("2|", 0), 0u) << refused;
     const std::string dump = RunTool({VYMM, "dump"});

@@ -1,5 +1,6 @@
 #include <limits.h>
 
+#include <fstream>
 #include <functional>
 #include <set>
 #include <string>
@@ -79,6 +80,12 @@ TEST_F(MonitorEntryPointsTest, OnlyTheFirstThreeOperationsRefuseOtherUidsWithALi
     EXPECT_EQ(TakeServiceLines(), Lines({"4 Permission Denial: can't ForceLogSend" + from,
                                          "4 Permission Denial: can't WriteLogMsg" + from,
                                          "4 Permission Denial: can't WriteMediaBigData" + from}));
+    const Json::Value stats = StatsOf(*s);
+    for (int op = 0; op < 21; ++op) {
+        EXPECT_EQ(stats["operations"][op]["refused"].asInt(), op < 3 ? 1 : 0) << op;
+    }
+    EXPECT_EQ(stats["callers"]["last_refused_uid"].asInt(), 1047);
+    EXPECT_EQ(stats["callers"]["last_refused_pid"].asInt(), 321);
 
     ActAs(1013);
     s->ForceLogSend(5);
@@ -159,6 +166,88 @@ TEST_F(MonitorEntryPointsTest, DumpNeedsDebuggableAValidFdAndTheMediaUidOrThePer
     EXPECT_EQ(dump(quiet), "");
     EXPECT_EQ(quiet->Dump(-1, {}), NO_ERROR);
     EXPECT_EQ(TakeServiceLines(), Lines());
+}
+
+// Each field name of a statistics object, arrays' elements as "name[]" and
+// each writer's fields as "writers.NAME.field".
+void FieldNames(const Json::Value& value, const std::string& path, std::set<std::string>* names) {
+    if (value.isObject()) {
+        for (const std::string& name : value.getMemberNames()) {
+            const bool writer = path == "writers";
+            FieldNames(value[name], path.empty() ? name : path + "." + (writer ? "NAME" : name),
+                       names);
+        }
+    } else if (value.isArray()) {
+        for (const Json::Value& element : value) {
+            FieldNames(element, path + "[]", names);
+        }
+    } else {
+        names->insert(path);
+    }
+}
+
+// The fields that README's statistics section lists.
+std::set<std::string> DocumentedFields() {
+    std::ifstream readme(README_PATH);
+    std::set<std::string> names;
+    bool inSection = false;
+    for (std::string line; std::getline(readme, line);) {
+        if (line.rfind("## ", 0) == 0) {
+            inSection = line == "## Service statistics";
+        } else if (inSection && line.rfind("| `", 0) == 0) {
+            names.insert(line.substr(3, line.find('`', 3) - 3));
+        }
+    }
+    return names;
+}
+
+TEST_F(MonitorEntryPointsTest, StatsArgumentsPassTheDumpsChecksAndOnlyTheirOwnWordsWork) {
+    sp<MonitorHarness> s = MakeService();
+    const auto dump = [](const sp<MonitorHarness>& service, std::vector<const char*> words) {
+        Vector<String16> args;
+        for (const char* word : words) {
+            args.add(String16(word));
+        }
+        return WrittenText([&](int fd) { EXPECT_EQ(service->Dump(fd, args), NO_ERROR); });
+    };
+    // The exception writer keeps records up to its cap and refuses the rest.
+    const String8 reason(std::string(60, 'r').c_str());
+    for (int i = 0; i < 300; ++i) {
+        s->mExceptionWriter->WriteException(1, 1000 + i, 1, 0, reason, String8());
+    }
+    const Json::Value stats = StatsOf(*s);
+    std::set<std::string> fields;
+    FieldNames(stats, "", &fields);
+    EXPECT_EQ(fields, DocumentedFields());
+    const Json::Value& writer = stats["writers"]["exception"];
+    EXPECT_GE(writer["charge"].asInt(), writer["cap"].asInt());
+    EXPECT_GT(writer["refused"]["cap"].asInt(), 0);
+    EXPECT_EQ(writer["records"].asInt() + writer["refused"]["cap"].asInt(), 300);
+
+    ActAs(1047, 321);
+    for (const char* word : {"--stats", "--reset-stats"}) {
+        EXPECT_EQ(dump(s, {word}),
+                  "Permission Denial: can't Dump mediaMonitor from pid=321, uid=1047\n");
+    }
+    EXPECT_EQ(StatsOf(*s)["writers"]["exception"]["refused"], writer["refused"]);
+    ActAs(1013);
+    EXPECT_NE(dump(s, {"--stats"}).find("Writers:"), std::string::npos);
+    EXPECT_EQ(dump(s, {"--reset-stats"}), "statistics reset\n");
+    EXPECT_EQ(StatsOf(*s)["writers"]["exception"]["refused"]["cap"].asInt(), 0);
+    for (const auto& words : std::vector<std::vector<const char*>>{
+                 {"--bogus"}, {"--json"}, {"--stats", "-a"}, {"--reset-stats", "--stats"}}) {
+        const std::string text = dump(s, words);
+        EXPECT_EQ(text.find("dump: "), 0u) << text;
+        EXPECT_EQ(text.find("\nusage: dump "), text.find('\n')) << text;
+    }
+    mLog.Clear();
+    Vector<String16> stats16;
+    stats16.add(String16("--stats"));
+    EXPECT_EQ(s->Dump(-1, stats16), NO_ERROR);
+    EXPECT_EQ(TakeServiceLines(), Lines({"5 VyMediaMonitorService Dump fd is invalid"}));
+
+    ScopedProperty notDebuggable("ro.media.debuggable", "false");
+    EXPECT_EQ(dump(MakeService(), {"--stats", "--json"}), "");
 }
 
 TEST_F(MonitorEntryPointsTest, BigDataOverloadsQueueOrRejectByTheirIdTables) {

@@ -25,6 +25,7 @@
 #include <gtest/gtest.h>
 
 #include "support/ClientProcess.h"
+#include "support/MonitorHarness.h"
 #include "support/ServiceFixture.h"
 
 using namespace android;
@@ -79,6 +80,10 @@ using ReportingLibraryLacking = ServiceFaultTest;
 TEST_F(ReportingLibraryAbsent, CallsAreServedAndNothingIsUploaded) {
     EXPECT_TRUE(UploadThroughTheLibrary().empty());
     EXPECT_GT(mLog.CountContaining("vexel_proxy", "VexelProxy init failed."), 0u);
+    const Json::Value reporting = StatsOf(Start())["reporting"];
+    EXPECT_EQ(reporting["state"].asString(), "absent");
+    EXPECT_GT(reporting["load_failures"].asInt(), 0);
+    EXPECT_EQ(reporting["creates_refused"].asInt(), 3) << "901 and 902, then 903";
 }
 
 TEST_F(ReportingLibraryLacking, UploadsGoOutWithoutTheMissingEntryPoint) {
@@ -86,6 +91,9 @@ TEST_F(ReportingLibraryLacking, UploadsGoOutWithoutTheMissingEntryPoint) {
     EXPECT_TRUE(UploadedOnce(events, 901, 1)) << events.size();
     EXPECT_TRUE(UploadedOnce(events, 902, 1));
     EXPECT_TRUE(UploadedOnce(events, 903, 400));
+    const Json::Value reporting = StatsOf(Start())["reporting"];
+    EXPECT_EQ(reporting["state"].asString(), "lacking");
+    EXPECT_EQ(reporting["missing_symbols"].asInt(), 1);
 }
 
 // Each send takes 50 ms: the callers queue while the worker uploads.

@@ -18,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include "support/LogCapture.h"
+#include "support/MonitorHarness.h"
 #include "support/ServiceFixture.h"
 #include "support/TestEnv.h"
 #include "support/WriterOutput.h"
@@ -232,6 +233,13 @@ TEST_F(ServiceTest, QueueHoldsAtMost512EventsAndDispatchesThemInArrivalOrder) {
     std::vector<int32_t> expected(accepted);
     std::iota(expected.begin(), expected.end(), 0);
     EXPECT_EQ(dispatched, expected);
+
+    const Json::Value stats = StatsOf(*probe);
+    EXPECT_EQ(stats["queue"]["dropped"]["queue_full"].asInt(), 1);
+    EXPECT_GE(stats["queue"]["high_water"].asInt(), 511);
+    EXPECT_EQ(stats["queue"]["queued"]["other"].asInt(), accepted);
+    EXPECT_EQ(stats["worker"]["dispatched"].asInt(), accepted);
+    EXPECT_EQ(stats["queue"]["depth"].asInt(), 0);
 }
 
 TEST_F(ServiceTest, QueueRefusesEventsPastItsByteLimitLoggingAtMostOnceASecond) {
@@ -263,6 +271,7 @@ TEST_F(ServiceTest, QueueRefusesEventsPastItsByteLimitLoggingAtMostOnceASecond) 
                   i < 20 ? 1u : 0u)
                 << i;
     }
+    EXPECT_EQ(StatsOf(*probe)["queue"]["dropped"]["byte_limit"].asInt(), 80);
 }
 
 TEST_F(ServiceTest, AnIdleWorkerQueuesAWriteCheckThatLetsDueWritersUpload) {

@@ -1,7 +1,8 @@
 #!/bin/sh
 # make demo: runs the service on this machine in a fresh folder, replays the
 # example trace into it, prints what it holds, forces a send and prints the
-# uploads, then stops it and prints its shutdown uploads.
+# uploads, then stops it and prints its shutdown uploads, and last the
+# service's counters of the run.
 # Usage: tools/demo.sh BUILD_DIR (built with the tools and the host libvexel.so).
 set -eu
 src=$(cd "$(dirname "$0")/.." && pwd)
@@ -63,6 +64,9 @@ cat "$dir/late.trace"
 # The pause lets the worker take the calls: the stop drops what is queued.
 "$vymm" replay "$dir/late.trace"
 
+# Taken while the service runs; shown last.
+"$vymm" stats >"$dir/stats.txt"
+
 section "SIGTERM: the shutdown uploads"
 kill -TERM "$host"
 wait "$host"
@@ -74,7 +78,11 @@ else
 fi
 
 section "the demo's folder"
-echo "$dir: host.log (the service's log), events.jsonl (uploads), data/log (records)"
+echo "$dir: host.log (the service's log), events.jsonl (uploads), data/log (records),"
+echo "stats.txt (the counters below)"
 if [ -n "$note" ]; then
     echo "$note"
 fi
+
+section "vymm stats: what the service counted, taken before SIGTERM"
+cat "$dir/stats.txt"

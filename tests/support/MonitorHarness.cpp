@@ -1,9 +1,13 @@
 #include "support/MonitorHarness.h"
 
+#include <memory>
+
 #include <binder/IPCThreadState.h>
 #include <gtest/gtest.h>
+#include <json/reader.h>
 
 #include "support/TestEnv.h"
+#include "support/WriterOutput.h"
 
 using namespace android;
 using Service = VyMediaMonitorService;
@@ -11,6 +15,24 @@ using Service = VyMediaMonitorService;
 void ActAs(uid_t uid, pid_t pid) {
     IPCThreadState::self()->restoreCallingIdentity((static_cast<int64_t>(uid) << 32) |
                                                    static_cast<uint32_t>(pid));
+}
+
+Json::Value StatsOf(Service& service) {
+    IPCThreadState* ipc = IPCThreadState::self();
+    const int64_t identity = ipc->clearCallingIdentity();
+    ActAs(1013);
+    Vector<String16> args;
+    args.add(String16("--stats"));
+    args.add(String16("--json"));
+    const std::string text = WrittenText([&](int fd) { service.Dump(fd, args); });
+    ipc->restoreCallingIdentity(identity);
+    Json::Value stats;
+    std::string errors;
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &stats, &errors) &&
+                stats.isObject())
+            << errors << text;
+    return stats;
 }
 
 namespace {

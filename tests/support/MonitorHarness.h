@@ -9,10 +9,16 @@
 #include <string>
 #include <vector>
 
+#include <json/value.h>
+
 #include "support/ServiceProbe.h"
 
 // Makes this thread's calls come from uid and pid.
 void ActAs(uid_t uid, pid_t pid = 4321);
+
+// What `dump --stats --json` gives a caller of uid 1013, parsed (the
+// thread's own identity is kept); null, failing the test, when not JSON.
+Json::Value StatsOf(android::VyMediaMonitorService& service);
 
 // "<type>:<eventId> s=<texts> i=<numbers>", the fields in declaration order
 // (an exception's pid, level and sub-type among its numbers, a plain event's
