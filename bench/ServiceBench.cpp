@@ -2,6 +2,8 @@
 // queued call at its entry point, the worker's dispatch into the writer, and
 // a caller's latency while the worker is inside a slow upload. Each reports,
 // as counters, a baseline measured in the same run and the ratio to it.
+#include <dlfcn.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -22,6 +24,7 @@
 
 #include "BenchSupport.h"
 #include "BigDataIds.h"
+#include "EntryPointRun.h"
 #include "report/VexelProxy.h"
 #include "support/TestEnv.h"
 
@@ -125,34 +128,52 @@ private:
     std::thread mConsumer;  // last: starts once the members above exist
 };
 
+// A batch runner of the service built into the module at path, or null
+// (after saying why on stderr).
+std::unique_ptr<vymm_bench::EntryPointRun> LoadRun(const char* path) {
+    void* module = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    const auto make = module == nullptr ? nullptr
+                                        : reinterpret_cast<vymm_bench::EntryPointRun* (*)()>(
+                                                  dlsym(module, "VymmMakeEntryPointRun"));
+    if (make == nullptr) {
+        fprintf(stderr, "cannot load %s: %s\n", path, dlerror());
+        return nullptr;
+    }
+    return std::unique_ptr<vymm_bench::EntryPointRun>(make());
+}
+
 // The calls of a batch meet the worker draining the queue as they go
 // (draining:1), or find it held (draining:0), which leaves the hand-off
-// alone; the floor's consumer does the same.
+// alone; the floor's consumer does the same. Beside the floor, the same
+// batch on the service built without its statistics counters.
 void BM_EntryPoint(benchmark::State& state) {
     const bool draining = state.range(0) != 0;
-    const sp<BenchService> service = new BenchService;
+    const std::unique_ptr<vymm_bench::EntryPointRun> counted = LoadRun(COUNTED_CORE);
+    const std::unique_ptr<vymm_bench::EntryPointRun> uncounted = LoadRun(UNCOUNTED_CORE);
+    if (counted == nullptr || uncounted == nullptr) {
+        state.SkipWithError("a service module did not load");
+        return;
+    }
     BareQueue bare;
-    Clock::duration serviceTime{};
+    std::chrono::nanoseconds serviceTime{};
+    std::chrono::nanoseconds uncountedTime{};
     Clock::duration bareTime{};
+    bool uncountedFirst = false;
     for (auto _ : state) {
-        std::optional<WorkerHold> hold;
-        if (!draining && !hold.emplace(*service).Held()) {
-            state.SkipWithError("the worker could not be held");
+        std::chrono::nanoseconds took{};
+        std::chrono::nanoseconds uncountedTook{};
+        // The two services take first place in turn.
+        uncountedFirst = !uncountedFirst;
+        if ((uncountedFirst && !uncounted->Batch(draining, kBatch, &uncountedTook)) ||
+            !counted->Batch(draining, kBatch, &took) ||
+            (!uncountedFirst && !uncounted->Batch(draining, kBatch, &uncountedTook))) {
+            state.SkipWithError("the worker could not be held or did not drain");
             return;
         }
-        const Clock::time_point start = Clock::now();
-        for (int i = 0; i < kBatch; ++i) {
-            service->WriteBigData(kQueuedId, kPackage, 1, 0);
-        }
-        const Clock::duration took = Clock::now() - start;
         state.SetIterationTime(Seconds(took));
         serviceTime += took;
-        hold.reset();
-        if (!service->Drain(kTimeout)) {
-            state.SkipWithError("the worker did not drain the queue");
-            return;
-        }
-        // The floor batch for batch, so that both see the same load.
+        uncountedTime += uncountedTook;
+        // The floor batch for batch, so that all see the same load.
         bare.SetHeld(!draining);
         const Clock::time_point bareStart = Clock::now();
         for (int i = 0; i < kBatch; ++i) {
@@ -167,8 +188,10 @@ void BM_EntryPoint(benchmark::State& state) {
     }
     const double calls = static_cast<double>(state.iterations()) * kBatch;
     state.counters["call_ns"] = Nanos(serviceTime) / calls;
+    state.counters["uncounted_ns"] = Nanos(uncountedTime) / calls;
     state.counters["floor_ns"] = Nanos(bareTime) / calls;
     state.counters["x_floor"] = Nanos(serviceTime) / Nanos(bareTime);
+    state.counters["x_uncounted"] = Nanos(serviceTime) / Nanos(uncountedTime);
 }
 BENCHMARK(BM_EntryPoint)->ArgName("draining")->Arg(1)->Arg(0)->UseManualTime();
 

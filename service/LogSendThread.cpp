@@ -9,9 +9,6 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <iterator>
-
 #include <log/log.h>
 #include <utils/ThreadDefs.h>
 #include <utils/Timers.h>
@@ -68,14 +65,14 @@ void Service::LogSendThread::SendLogEvent(const sp<LogSrvEvent>& event) {
     const size_t bytes = QueueBytes(*event);
     Mutex::Autolock lock(mQueueLock);
     if (mEventQueue.size() >= static_cast<size_t>(mQueueLimit)) {
-        ++mCounters.droppedFull;
+        mCounters.droppedFull.Add();
         if (mDebuggable) {
             ALOGE("eventQueue full: too many events blocked!");
         }
         return;
     }
     if (mQueueBytes + bytes > MAX_QUEUE_BYTES) {
-        ++mCounters.droppedBytes;
+        mCounters.droppedBytes.Add();
         if (mQueueBytesLog.Allow()) {
             ALOGE("eventQueue full: %zu bytes waiting, dropping an event of %zu bytes",
                   mQueueBytes, bytes);
@@ -89,8 +86,8 @@ void Service::LogSendThread::SendLogEvent(const sp<LogSrvEvent>& event) {
 void Service::LogSendThread::Push(const sp<LogSrvEvent>& event, size_t bytes) {
     mEventQueue.push_back(event);
     mQueueBytes += bytes;
-    ++mCounters.queued[EventTypeSlot(event->type)];
-    mCounters.highWater = std::max<uint64_t>(mCounters.highWater, mEventQueue.size());
+    mCounters.queued[EventTypeSlot(event->type)].Add();
+    mCounters.highWater.Raise(mEventQueue.size());
 }
 
 void Service::LogSendThread::Exit() {
@@ -116,7 +113,7 @@ bool Service::LogSendThread::threadLoop() {
             event = std::move(mEventQueue.front());
             mEventQueue.pop_front();
             mQueueBytes -= QueueBytes(*event);
-            ++mCounters.dispatched;
+            mCounters.dispatched.Add();
         }
         // Dropping the last reference here may destroy the service on this
         // thread; its shutdown then stops this loop without waiting for it.
@@ -149,22 +146,24 @@ bool Service::LogSendThread::WaitForEvent() {
 
 void Service::LogSendThread::CopyStatsTo(MonitorStats* stats) {
     Mutex::Autolock lock(mQueueLock);
-    std::copy(std::begin(mCounters.queued), std::end(mCounters.queued), stats->queued);
-    stats->droppedFull = mCounters.droppedFull;
-    stats->droppedBytes = mCounters.droppedBytes;
+    for (size_t type = 0; type < MONITOR_EVENT_TYPES; ++type) {
+        stats->queued[type] = mCounters.queued[type].Get();
+    }
+    stats->droppedFull = mCounters.droppedFull.Get();
+    stats->droppedBytes = mCounters.droppedBytes.Get();
     stats->depth = mEventQueue.size();
-    stats->highWater = mCounters.highWater;
+    stats->highWater = mCounters.highWater.Get();
     stats->limit = static_cast<uint64_t>(mQueueLimit);
     stats->bytes = mQueueBytes;
     stats->byteLimit = MAX_QUEUE_BYTES;
-    stats->dispatched = mCounters.dispatched;
+    stats->dispatched = mCounters.dispatched.Get();
     stats->longestDispatchNs = mLongestDispatchNs.Get();
 }
 
 void Service::LogSendThread::ResetStats() {
     Mutex::Autolock lock(mQueueLock);
     mCounters = QueueCounters();
-    mCounters.highWater = mEventQueue.size();
+    mCounters.highWater.Raise(mEventQueue.size());
     mLongestDispatchNs.Reset();
 }
 

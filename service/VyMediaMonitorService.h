@@ -264,11 +264,11 @@ public:
         size_t mQueueBytes GUARDED_BY(mQueueLock);  // as MAX_QUEUE_BYTES counts them
         // Counted under mQueueLock, which every hand-off takes anyway.
         struct QueueCounters {
-            uint64_t queued[MONITOR_EVENT_TYPES] = {};
-            uint64_t droppedFull = 0;
-            uint64_t droppedBytes = 0;
-            uint64_t highWater = 0;
-            uint64_t dispatched = 0;
+            LockedCounter queued[MONITOR_EVENT_TYPES];
+            LockedCounter droppedFull;
+            LockedCounter droppedBytes;
+            LockedCounter highWater;
+            LockedCounter dispatched;
         };
         QueueCounters mCounters GUARDED_BY(mQueueLock);
         StatCounter mLongestDispatchNs;  // bumped by the worker alone
