@@ -10,6 +10,7 @@
 #include "tools/EventLog.h"
 #include "tools/Operations.h"
 #include "tools/Properties.h"
+#include "tools/Stats.h"
 #include "tools/TextLines.h"
 #include "tools/Trace.h"
 
@@ -205,3 +206,21 @@ TEST(ToolsParsersTest, EventLinesReadAsIdAndParameters) {
 }
 
 }  // namespace
+
+TEST(ToolsParsersTest, WatchedStatsShowEachNumberWithItsRatePerSecond) {
+    const std::string before =
+            R"({"operations":[{"number":7,"name":"WriteBigData","calls":10}],"queue":{"depth":4}})";
+    const std::string now =
+            R"({"operations":[{"number":7,"name":"WriteBigData","calls":30}],"queue":{"depth":0},)"
+            R"("reporting":{"state":"loaded"}})";
+    std::string text;
+    std::string error;
+    ASSERT_TRUE(vymm::FormatRates(now, before, 2.0, &text, &error)) << error;
+    EXPECT_EQ(text,
+              "operations.WriteBigData#7.calls              30        10.0/s\n"
+              "queue.depth                                   0        -2.0/s\n");
+    ASSERT_TRUE(vymm::FormatRates(now, "", 2.0, &text, &error));
+    EXPECT_EQ(text.find("/s"), std::string::npos) << "no rate without an earlier sample";
+    EXPECT_FALSE(vymm::FormatRates("[1]", "", 2.0, &text, &error));
+    EXPECT_EQ(error, "the new sample is not a JSON object");
+}
