@@ -117,10 +117,10 @@ int Stats(const std::vector<std::string>& words, int waitMs) {
     for (size_t i = 0; i < words.size(); ++i) {
         if (words[i] == "--json") {
             json = true;
-        } else if (words[i] == "--watch" && i + 1 < words.size()) {
+        } else if (words[i] == "--watch") {
             char* end = nullptr;
-            watch = strtod(words[++i].c_str(), &end);
-            if (*end != '\0' || !(watch >= 0.1 && watch <= 3600)) {
+            watch = i + 1 < words.size() ? strtod(words[++i].c_str(), &end) : 0;
+            if (end == nullptr || *end != '\0' || !(watch >= 0.1 && watch <= 3600)) {
                 return Usage("--watch takes seconds, from 0.1 to 3600");
             }
         } else {
