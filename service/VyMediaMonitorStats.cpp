@@ -95,7 +95,7 @@ std::string VyMediaMonitorService::DumpWithArgs(const Vector<String16>& args) {
         }
     }
     if (reset) {
-        if (stats || json || args.size() > 1) {
+        if (stats || json) {
             return UsageError("--reset-stats takes no other argument");
         }
         ResetStats();
