@@ -2,6 +2,7 @@
 
 #include <IVyMediaMonitorService.h>
 
+#include <atomic>
 #include <tuple>
 #include <type_traits>
 
@@ -82,6 +83,8 @@ status_t Call(IVyMediaMonitorService* service, Operation<Args...> op, const Parc
     return NO_ERROR;
 }
 
+std::atomic<bool> sFailing{false};
+
 using S = const char*;
 using I = IVyMediaMonitorService;
 
@@ -89,6 +92,7 @@ using I = IVyMediaMonitorService;
 
 class BpVyMediaMonitorService : public BpInterface<IVyMediaMonitorService> {
 public:
+
     explicit BpVyMediaMonitorService(const sp<IBinder>& impl)
         : BpInterface<IVyMediaMonitorService>(impl) {}
 
@@ -158,12 +162,17 @@ private:
     template <typename... Args>
     void Send(uint32_t code, const Args&... args) {
         Parcel data;
-        Parcel reply;
         data.writeInterfaceToken(IVyMediaMonitorService::getInterfaceDescriptor());
         (WriteArg(&data, args), ...);
-        const status_t err = remote()->transact(code, data, &reply);
-        if (err != NO_ERROR) {
-            ALOGW("transaction %u failed: %d", code, err);
+        const status_t err = remote()->transact(code, data, nullptr, IBinder::FLAG_ONEWAY);
+        // A one-way send fails at once while the service is behind, for
+        // every call: a streak of failures is logged once.
+        if (err != NO_ERROR && !sFailing.exchange(true)) {
+            ALOGW("transaction %u failed: %d; failures are not logged again until a call "
+                  "goes through", code, err);
+        } else if (err == NO_ERROR && sFailing.load(std::memory_order_relaxed) &&
+                   sFailing.exchange(false)) {
+            ALOGI("transactions go through again");
         }
     }
 };

@@ -412,6 +412,12 @@ void BinderPool::Serve(Request* request) {
     ipc->restoreCallingIdentity(token);
     request->data.reset();
 
+    if ((request->header.flags & IBinder::FLAG_ONEWAY) != 0) {
+        Mutex::Autolock lock(mLock);
+        conn->busy = false;
+        Wake();
+        return;
+    }
     if (reply.dataSize() > MAX_FRAME_DATA || reply.objectsCount() > 0) {
         ALOGE("the reply to transaction %u cannot be sent", request->header.code);
         status = FAILED_TRANSACTION;

@@ -33,15 +33,20 @@ constexpr size_t MAX_FRAME_DATA = 1 << 20;
 constexpr size_t MAX_FRAME_FDS = 4;
 
 struct HostWire {
-    // A blocking socket connected to the one listening at path; -1 with
-    // errno set on failure.
-    static int Connect(const std::string& path);
+    // A socket connected to the one listening at path, blocking unless
+    // type holds SOCK_NONBLOCK (then a full backlog fails with EAGAIN); -1
+    // with errno set on failure.
+    static int Connect(const std::string& path, int type = 0);
     // Makes the kernel attach credentials to the messages on fd; false on
     // failure, with errno set.
     static bool PassCredentials(int fd);
     // Sends a whole frame carrying parcel's data and descriptors; blocks
     // until it is sent. NO_ERROR, or the send error.
     static status_t SendFrame(int fd, uint32_t code, uint32_t flags, const Parcel& parcel);
+    // One attempt that never blocks: the bytes of the frame sent (its size
+    // in size), which may be fewer than all of them; -1 with errno set.
+    static ssize_t TrySendFrame(int fd, uint32_t code, uint32_t flags, const Parcel& parcel,
+                                size_t* size);
     // The bytes of a frame without descriptors.
     static std::vector<uint8_t> EncodeFrame(uint32_t code, uint32_t flags, const Parcel& parcel);
     // Makes parcel hold data and own fds, positioned at the start.
