@@ -136,8 +136,15 @@ void HostWire::Adopt(Parcel* parcel, std::vector<uint8_t>&& data,
     fds.clear();
 }
 
-FrameReader::Result FrameReader::Fail(const char* why) {
-    mError = why;
+const char* FrameReader::Error() const {
+    static constexpr const char* kTexts[FAULTS] = {
+            "read failed",         "too many descriptors", "credentials changed within a frame",
+            "not a frame",         "frame too large",      "descriptors missing"};
+    return kTexts[mFault];
+}
+
+FrameReader::Result FrameReader::Fail(Fault why) {
+    mFault = why;
     mFds.clear();
     return BAD;
 }
@@ -170,13 +177,13 @@ FrameReader::Result FrameReader::Read(int fd) {
             if (errno == EAGAIN || errno == EWOULDBLOCK) {
                 return NEED_MORE;
             }
-            return errno == ECONNRESET ? CLOSED : Fail("read failed");
+            return errno == ECONNRESET ? CLOSED : Fail(READ_FAILED);
         }
         // Own the descriptors first, so that none leaks whatever follows.
         ucred sender = UNKNOWN_SENDER;
         TakeControl(&msg, &sender);
         if ((msg.msg_flags & MSG_CTRUNC) != 0 || mFds.size() > mMaxFds) {
-            return Fail("too many descriptors");
+            return Fail(TOO_MANY_FDS);
         }
         if (n == 0) {
             mFds.clear();
@@ -188,7 +195,7 @@ FrameReader::Result FrameReader::Read(int fd) {
             mSender = sender;
         } else if (sender.pid != mSender.pid || sender.uid != mSender.uid ||
                    sender.gid != mSender.gid) {
-            return Fail("credentials changed within a frame");
+            return Fail(CREDENTIALS_CHANGED);
         }
 
         if (mHeaderGot < sizeof(mHeader)) {
@@ -197,13 +204,13 @@ FrameReader::Result FrameReader::Read(int fd) {
                 continue;
             }
             if (mHeader.magic != FRAME_MAGIC) {
-                return Fail("not a frame");
+                return Fail(NOT_A_FRAME);
             }
             if (mHeader.dataSize > MAX_FRAME_DATA) {
-                return Fail("frame too large");
+                return Fail(TOO_LARGE);
             }
             if (mHeader.fdCount > mMaxFds) {
-                return Fail("too many descriptors");
+                return Fail(TOO_MANY_FDS);
             }
             mData.resize(mHeader.dataSize);
             mDataGot = 0;
@@ -211,7 +218,7 @@ FrameReader::Result FrameReader::Read(int fd) {
             mDataGot += static_cast<size_t>(n);
         }
         if (mDataGot == mData.size()) {
-            return mFds.size() == mHeader.fdCount ? COMPLETE : Fail("descriptors missing");
+            return mFds.size() == mHeader.fdCount ? COMPLETE : Fail(FDS_MISSING);
         }
     }
 }

@@ -62,15 +62,18 @@ public:
         NEED_MORE,  // the socket has no more bytes for now
         COMPLETE,   // Take() the frame
         CLOSED,     // the peer closed the connection
-        BAD,        // not a valid frame; Error() says why
+        BAD,        // not a valid frame; GetFault() says why
     };
+    enum Fault { READ_FAILED, TOO_MANY_FDS, CREDENTIALS_CHANGED, NOT_A_FRAME, TOO_LARGE,
+                 FDS_MISSING, FAULTS };
 
     explicit FrameReader(size_t maxFds) : mMaxFds(maxFds) {}
 
     Result Read(int fd);
     // True when no byte of a frame has been read.
     bool Empty() const { return mHeaderGot == 0; }
-    const char* Error() const { return mError; }
+    Fault GetFault() const { return mFault; }
+    const char* Error() const;
     // Who sent the frame being read, as the kernel reported it for its
     // bytes: every read of a frame must report the same sender. Pid 0 and
     // ids -1 when it reported none.
@@ -81,7 +84,7 @@ public:
 private:
     static constexpr ucred UNKNOWN_SENDER = {0, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
 
-    Result Fail(const char* why);
+    Result Fail(Fault why);
     // Owns the descriptors that msg carries, and reads its sender.
     void TakeControl(msghdr* msg, ucred* sender);
 
@@ -92,7 +95,7 @@ private:
     size_t mDataGot = 0;
     std::vector<base::unique_fd> mFds;
     ucred mSender = UNKNOWN_SENDER;
-    const char* mError = "";
+    Fault mFault = READ_FAILED;
 };
 
 }  // namespace android
