@@ -199,6 +199,13 @@ TEST(BinderPoolTest, ServesClientsConcurrentlyDropsBadPeersAndStops) {
                   [](int fd) { EXPECT_TRUE(SendHeader(fd, Request(1, 0, 1))); });
     expectDropped("too many descriptors",
                   [](int fd) { EXPECT_TRUE(SendHeader(fd, Request(1, 0, MAX_FRAME_FDS + 1))); });
+    // A one-way call the service cannot take: the second line within a
+    // second is not logged.
+    for (int i = 0; i < 2; ++i) {
+        expectDropped("is malformed", [](int fd) {
+            EXPECT_TRUE(SendHeader(fd, {FRAME_MAGIC, 0x777, IBinder::FLAG_ONEWAY, 0, 0}));
+        });
+    }
     // The descriptor that arrived before the frame was cut short is closed
     // with it (the count at the end).
     expectDropped("truncated", [](int fd) {
