@@ -328,10 +328,10 @@ bool BinderPool::ReadFrom(Connection* conn, Request* request) {
             Close(conn);
             return false;
         }
-        if (!conn->out.empty()) {
-            Release(conn);
-            return false;
-        }
+        // A client sends its next two-way call once it has the reply: the
+        // set reports it rather than a read that finds nothing now.
+        Release(conn);
+        return false;
     }
     switch (conn->reader.Read(conn->fd.get())) {
         case FrameReader::NEED_MORE:

@@ -117,9 +117,9 @@ private:
     // A queued request, else waits for one event and takes its connection
     // or accepts on its listener; false when the pool stops.
     bool Next(Request* request);
-    // Reads conn, which this thread holds, after sending what its reply has
-    // left; true with a request for this thread to run. Otherwise conn was
-    // let go, closed or queued.
+    // Reads conn, which this thread holds, unless it sends a reply first;
+    // true with a request for this thread to run. Otherwise conn was let
+    // go, closed or queued.
     bool ReadFrom(Connection* conn, Request* request);
     // Sends what the connection's reply has left; false when it failed.
     static bool Flush(Connection* conn);
