@@ -459,8 +459,11 @@ void BinderPool::Accept(const std::shared_ptr<Listener>& listener) {
         std::unique_ptr<Connection> closed;
         {
             Mutex::Autolock lock(mLock);
-            if (!removed && Live() >= MAX_CONNECTIONS) {
-                closed = Retire(Victim());
+            // The victim found above may hold a call by now: then this one
+            // connection goes over the bound.
+            Connection* victim = !removed && Live() >= MAX_CONNECTIONS ? Victim() : nullptr;
+            if (victim != nullptr) {
+                closed = Retire(victim);
                 madeRoom = true;
             }
         }
