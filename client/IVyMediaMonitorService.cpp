@@ -7,6 +7,7 @@
 #include <type_traits>
 
 #include <log/log.h>
+#include <utils/Timers.h>
 
 namespace android {
 
@@ -83,7 +84,15 @@ status_t Call(IVyMediaMonitorService* service, Operation<Args...> op, const Parc
     return NO_ERROR;
 }
 
-std::atomic<bool> sFailing{false};
+// A one-way send fails at once while the service is behind, and then for
+// call after call: one line a second at most.
+bool FailureLogAllowed() {
+    static std::atomic<nsecs_t> sLast{0};
+    const nsecs_t now = systemTime(SYSTEM_TIME_MONOTONIC);
+    nsecs_t last = sLast.load(std::memory_order_relaxed);
+    return now - last >= seconds_to_nanoseconds(1) &&
+           sLast.compare_exchange_strong(last, now, std::memory_order_relaxed);
+}
 
 using S = const char*;
 using I = IVyMediaMonitorService;
@@ -165,14 +174,8 @@ private:
         data.writeInterfaceToken(IVyMediaMonitorService::getInterfaceDescriptor());
         (WriteArg(&data, args), ...);
         const status_t err = remote()->transact(code, data, nullptr, IBinder::FLAG_ONEWAY);
-        // A one-way send fails at once while the service is behind, for
-        // every call: a streak of failures is logged once.
-        if (err != NO_ERROR && !sFailing.exchange(true)) {
-            ALOGW("transaction %u failed: %d; failures are not logged again until a call "
-                  "goes through", code, err);
-        } else if (err == NO_ERROR && sFailing.load(std::memory_order_relaxed) &&
-                   sFailing.exchange(false)) {
-            ALOGI("transactions go through again");
+        if (err != NO_ERROR && FailureLogAllowed()) {
+            ALOGW("transaction %u failed: %d (one line a second at most)", code, err);
         }
     }
 };
