@@ -173,6 +173,9 @@ TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {
     ScopedBinderDir binderDir;
     const std::string events = root.path() + "/events.jsonl";
     setenv("VEXEL_EVENT_LOG", events.c_str(), 1);
+    // Slow uploads: the worker may still be busy with the forced send when
+    // the late calls below come, and they wait in its queue.
+    setenv("VEXEL_SEND_DELAY_US", "100000", 1);
     const bool isRoot = geteuid() == 0;
     WriteFile("test.prop", "ro.media.debuggable=true\nro.media.bdflow=1\nro.media.bdcount=0\n");
     // The forced send comes from an admitted uid and uploads the package
