@@ -231,6 +231,8 @@ public:
         // Stops the thread and waits for it to end, unless called on the
         // thread itself; queued events are not dispatched.
         void Exit() EXCLUDES(mQueueLock);
+        // The events still queued, which the caller now owns.
+        std::deque<sp<LogSrvEvent>> TakeQueue() EXCLUDES(mQueueLock);
 
         // The queue's and the worker's part of the statistics.
         void CopyStatsTo(MonitorStats* stats) EXCLUDES(mQueueLock);
