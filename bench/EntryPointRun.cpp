@@ -8,8 +8,6 @@ namespace vymm_bench {
 
 namespace {
 
-constexpr int kQueuedId = 916019101;
-constexpr char kPackage[] = "com.example.player";
 constexpr auto kTimeout = std::chrono::seconds(30);
 
 class ServiceRun : public EntryPointRun {
