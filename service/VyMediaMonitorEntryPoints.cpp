@@ -67,14 +67,15 @@ bool VyMediaMonitorService::IsCallerAllowed(const char* operation) {
     if (CheckUid(uid)) {
         return true;
     }
-    ALOGI("Permission Denial: can't %s VyMediaMonitorService from pid=%d, uid=%d\n", operation,
-          ipc->getCallingPid(), uid);
+    ALOG_LIMITED(mDenialLog, ANDROID_LOG_INFO,
+                 "Permission Denial: can't %s VyMediaMonitorService from pid=%d, uid=%d\n",
+                 operation, ipc->getCallingPid(), uid);
     return false;
 }
 
 String8 VyMediaMonitorService::ToString8(const char* text) {
     if (text == nullptr) {
-        ALOGE("INVALID OPERATION: null pointer dereference");
+        ALOG_LIMITED(mNullTextLog, ANDROID_LOG_ERROR, "INVALID OPERATION: null pointer dereference");
         return String8();
     }
     return String8(text);

@@ -425,15 +425,21 @@ protected:
 private:
     // Caller check of operations 1 to 3: false, with the denial line naming
     // operation, when the calling uid is not admitted.
-    static bool IsCallerAllowed(const char* operation);
+    bool IsCallerAllowed(const char* operation);
     // A client's C string; null logs the error line and becomes empty.
-    static String8 ToString8(const char* text);
+    String8 ToString8(const char* text);
     // Each writer whose switch is 1, in their fixed order.
     void CreateWriters();
     // Removes path when its switch is 0; name is the property's last word.
     void RemoveStaleFile(int32_t value, const char* path, const char* name);
     // Queues event under mLock.
     void QueueEvent(const sp<LogSrvEvent>& event) EXCLUDES(mLock);
+
+    // Lines that any client can provoke with every call, one limiter per
+    // kind; thread-safe on their own.
+    LogRateLimiter mDenialLog;    // operations 1 to 3 refused
+    LogRateLimiter mNullTextLog;  // a null C string
+    LogRateLimiter mRefusalLog;   // an unknown id, stream, usage or volume source
 };
 
 }  // namespace android

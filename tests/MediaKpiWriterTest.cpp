@@ -51,7 +51,7 @@ TEST(MediaKpiWriterTest, NamesMalformedTextsAndSendsNamedEventsWithinTheCycleAll
     LogCapture log;
     android::sp<KpiWriter> writer = new KpiWriter;
     for (auto [text, error] : {std::pair{"916019003=1:250", "Kpis 916019003=1:250 valueStart error"},
-                               {" \t\r\n=5:6", "Kpis  \t\r\n=5:6 contains an empty key"},
+                               {" \t\r\n=5:6", "Kpis  \\t\\x0d\\n=5:6 contains an empty key"},
                                {"abc", "Kpis abc miss a value"},
                                {"916019003=1", nullptr}}) {
         log.Clear();

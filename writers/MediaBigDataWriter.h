@@ -138,8 +138,9 @@ protected:
     Mutex mBigDataLock;
 
 private:
-    // Thread-safe on its own: the refusal line, at most once a second.
+    // Thread-safe on their own: the lines that a client can provoke per call.
     LogRateLimiter mStoreFullLog;
+    LogRateLimiter mUnknownTypeLog;
 
     // Stores the fields of eventId's route, or logs the id as unknown; false
     // when the byte limit refused the event.

@@ -5,6 +5,7 @@
 #include <log/log.h>
 #include <utils/Timers.h>
 
+#include "writers/ClientText.h"
 #include "writers/MediaExceptionLogWriter.h"
 #include "writers/ReportEvent.h"
 
@@ -83,7 +84,8 @@ MediaException* MediaExceptionWriter::AddReport(int eventId, int eventLevel, int
     }
     MediaException* record = GetExceptionObj(mExceptions, eventId, eventLevel, subType);
     if (record == nullptr) {
-        ALOGE("WriteException: could not get one exceptionObj for %d", eventId);
+        ALOG_LIMITED(mNoRecordLog, ANDROID_LOG_ERROR,
+                     "WriteException: could not get one exceptionObj for %d", eventId);
         return nullptr;
     }
     if (longForm) {
@@ -106,9 +108,9 @@ void MediaExceptionWriter::FinishReport(const MediaException& record, size_t cha
 
 void MediaExceptionWriter::LogRecord(const char* format, const MediaException& record) {
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, format, record.eventId, record.eventLevel,
-                        record.subType, GetUploadString(record.reason).string(),
-                        GetUploadString(record.callingApp).string(), record.count,
-                        record.paraInt, GetUploadString(record.paraChar).string(),
+                        record.subType, EscapeClientText(GetUploadString(record.reason)).string(),
+                        EscapeClientText(GetUploadString(record.callingApp)).string(), record.count,
+                        record.paraInt, EscapeClientText(GetUploadString(record.paraChar)).string(),
                         record.associatedEventId);
 }
 
