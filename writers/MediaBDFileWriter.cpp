@@ -62,11 +62,9 @@ bool MediaBDFileWriter::SendMediaLog() {
     return DoSendMediaLog();
 }
 
-void MediaBDFileWriter::Dump(int fd) {
+String8 MediaBDFileWriter::DumpText() {
     Mutex::Autolock lock(mLock);
-    if (fd >= 0) {
-        WriteText(fd, FormatRecords(true));
-    }
+    return FormatRecords(true);
 }
 
 void MediaBDFileWriter::WriteToFile() {

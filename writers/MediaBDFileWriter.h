@@ -30,7 +30,7 @@ public:
     // the file (memory is kept) and a forced upload.
     void FlushToFile() EXCLUDES(mLock);
     bool SendMediaLog() EXCLUDES(mLock);
-    void Dump(int fd) override EXCLUDES(mLock);
+    String8 DumpText() override EXCLUDES(mLock);
 
     // Appends the records held to the file, unless the file has been removed.
     void WriteToFile() override REQUIRES(mLock);

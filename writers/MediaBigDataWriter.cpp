@@ -210,7 +210,7 @@ void MediaBigDataWriter::TriggerLog() {
     TriggerLogStrategy();
 }
 
-void MediaBigDataWriter::Dump(int fd) {
+String8 MediaBigDataWriter::DumpText() {
     Mutex::Autolock lock(mBigDataLock);
     String8 text("\n\n---------BigData Record Begin---------\n\n");
     for (size_t i = 0; i < mBigDataCounts.size(); ++i) {
@@ -229,9 +229,7 @@ void MediaBigDataWriter::Dump(int fd) {
                               DumpValue(texts.valueAt(j)).string());
         }
     }
-    if (fd >= 0) {
-        WriteText(fd, text);
-    }
+    return text;
 }
 
 }  // namespace android

@@ -88,7 +88,7 @@ public:
     void TriggerLog();
     // The counter and text tables as text; the key/value records are not shown.
     // A negative fd gets nothing.
-    void Dump(int fd) override;
+    String8 DumpText() override;
 
     // Call-backs of the send policy and the constructor, run with the lock held.
     // The upload sends one report event per (table, event id) and returns

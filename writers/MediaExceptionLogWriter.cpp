@@ -115,7 +115,7 @@ void MediaExceptionLogWriter::ResetLogMem() {
     mLogBody = String8();
 }
 
-void MediaExceptionLogWriter::Dump(int fd) {
+String8 MediaExceptionLogWriter::DumpText() {
     Mutex::Autolock lock(mLock);
     String8 text(EXCEPTION_LOG_DUMP_HEAD);
     for (int type = kFirstReadType; type <= kLastReadType; ++type) {
@@ -125,7 +125,7 @@ void MediaExceptionLogWriter::Dump(int fd) {
                               EscapeClientText(msg).string());
         }
     }
-    WriteText(fd, text);
+    return text;
 }
 
 void MediaExceptionLogWriter::GetMemInfos(int* cur, int* max) {

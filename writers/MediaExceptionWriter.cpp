@@ -213,7 +213,7 @@ void MediaExceptionWriter::ResetLogMem() {
     mLogMemSize = 0;
 }
 
-void MediaExceptionWriter::Dump(int fd) {
+String8 MediaExceptionWriter::DumpText() {
     Mutex::Autolock lock(mLock);
     String8 text(EXCEPTION_LOG_DUMP_HEAD);
     for (size_t i = 0; i < mExceptions.size(); ++i) {
@@ -227,7 +227,7 @@ void MediaExceptionWriter::Dump(int fd) {
         text.appendFormat("paraChar:%s\n", GetUploadString(record.paraChar).string());
         text.appendFormat("associatedEventId:%d\n", record.associatedEventId);
     }
-    WriteText(fd, text);
+    return text;
 }
 
 void MediaExceptionWriter::GetMemInfos(int* cur, int* max) {

@@ -65,7 +65,7 @@ public:
     void SendMediaLog();
     void TriggerLog();
     void ResetLogMem() override REQUIRES(mLock);
-    void Dump(int fd) override;
+    String8 DumpText() override;
 
     void GetMemInfos(int* cur, int* max) override REQUIRES(mLock);
     void GetLastTime(long* lastTime, long* cycle) override REQUIRES(mLock);

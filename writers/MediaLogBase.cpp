@@ -204,6 +204,13 @@ void MediaLogBase::ReportLastTime(const char* tag, const char* where, long* last
     *cycle = globalMediaLogCycleDuration;
 }
 
+void MediaLogBase::Dump(int fd) {
+    const String8 text = DumpText();
+    if (fd >= 0 && !text.isEmpty()) {
+        WriteText(fd, text);
+    }
+}
+
 void MediaLogBase::WriteText(int fd, const String8& text) {
     const ssize_t ignored = write(fd, text.string(), text.length());
     (void)ignored;

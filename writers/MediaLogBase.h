@@ -68,7 +68,8 @@ public:
     virtual void GetMediaLogbody(int fd);
     // Uploads what the writer holds; true when an upload was carried out.
     virtual bool DoSendMediaLog() { return false; }
-    virtual void Dump(int /*fd*/) {}
+    // Writes DumpText() to fd in one write, unless fd is negative.
+    virtual void Dump(int fd);
     virtual void ResetLogMem() {}
     // The record file, or null for a writer without one.
     virtual const char* GetFilePath() { return nullptr; }
@@ -78,6 +79,10 @@ public:
     // the writer is never due by time.
     virtual void GetLastTime(long* /*lastTime*/, long* /*cycle*/) {}
     virtual void GetLogPrior(int* /*prior*/) {}
+
+    // What Dump writes: the writer's state as text, rendered under the
+    // writer's own lock, which is released before anyone writes it out.
+    virtual String8 DumpText() { return String8(); }
 
     // Reads ro.media.debuggable and ro.media.uploadduration.
     void GetDefault();
