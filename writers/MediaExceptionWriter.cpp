@@ -108,9 +108,9 @@ void MediaExceptionWriter::FinishReport(const MediaException& record, size_t cha
 
 void MediaExceptionWriter::LogRecord(const char* format, const MediaException& record) {
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, format, record.eventId, record.eventLevel,
-                        record.subType, EscapeClientText(GetUploadString(record.reason)).string(),
-                        EscapeClientText(GetUploadString(record.callingApp)).string(), record.count,
-                        record.paraInt, EscapeClientText(GetUploadString(record.paraChar)).string(),
+                        record.subType, ClientTextForLog(GetUploadString(record.reason)).string(),
+                        ClientTextForLog(GetUploadString(record.callingApp)).string(), record.count,
+                        record.paraInt, ClientTextForLog(GetUploadString(record.paraChar)).string(),
                         record.associatedEventId);
 }
 
