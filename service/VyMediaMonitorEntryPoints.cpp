@@ -80,7 +80,8 @@ bool VyMediaMonitorService::IsCallerAllowed(const char* operation) {
 
 String8 VyMediaMonitorService::ToString8(const char* text) {
     if (text == nullptr) {
-        ALOG_LIMITED(mNullTextLog, ANDROID_LOG_ERROR, "INVALID OPERATION: null pointer dereference");
+        ALOG_LIMITED(mNullTextLog, ANDROID_LOG_ERROR,
+                     "INVALID OPERATION: null pointer dereference");
         return String8();
     }
     return String8(text);

@@ -62,17 +62,18 @@ private:
 
 }  // namespace android
 
-// Logs through limiter at priority under the file's LOG_TAG, preceded, after
-// a quiet spell, by the count of the lines it held back.
-#define ALOG_LIMITED(limiter, priority, ...)                                              \
-    do {                                                                                  \
-        size_t heldBack_ = 0;                                                             \
-        if ((limiter).Allow(&heldBack_)) {                                                \
-            if (heldBack_ > 0) {                                                          \
-                LOG_PRI(ANDROID_LOG_WARN, LOG_TAG, "%zu similar lines suppressed", heldBack_); \
-            }                                                                             \
-            LOG_PRI(priority, LOG_TAG, __VA_ARGS__);                                      \
-        }                                                                                 \
+// Logs through limiter at priority under the file's LOG_TAG; a line let
+// through after some were held back is preceded by their count.
+#define ALOG_LIMITED(limiter, priority, ...)                                          \
+    do {                                                                              \
+        size_t heldBack_ = 0;                                                         \
+        if ((limiter).Allow(&heldBack_)) {                                            \
+            if (heldBack_ > 0) {                                                      \
+                LOG_PRI(ANDROID_LOG_WARN, LOG_TAG, "%zu similar lines suppressed",    \
+                        heldBack_);                                                   \
+            }                                                                         \
+            LOG_PRI(priority, LOG_TAG, __VA_ARGS__);                                  \
+        }                                                                             \
     } while (0)
 
 #endif
