@@ -17,8 +17,8 @@ constexpr char kDumpUsage[] =
         "  --stats --json  the same, as one JSON object\n"
         "  --reset-stats   zero the counters\n";
 
-std::string UsageError(const std::string& problem) {
-    return "dump: " + problem + "\n" + kDumpUsage;
+String8 UsageError(const std::string& problem) {
+    return String8(("dump: " + problem + "\n" + kDumpUsage).c_str());
 }
 
 }  // namespace
@@ -78,7 +78,7 @@ std::array<sp<MediaLogBase>, MONITOR_WRITERS> VyMediaMonitorService::AllWriters(
             mExceptionWriter,    mKpiWriter,    mBigDataWriter};
 }
 
-std::string VyMediaMonitorService::DumpWithArgs(const Vector<String16>& args) {
+String8 VyMediaMonitorService::RenderDumpWithArgs(const Vector<String16>& args) {
     bool stats = false;
     bool json = false;
     bool reset = false;
@@ -99,12 +99,13 @@ std::string VyMediaMonitorService::DumpWithArgs(const Vector<String16>& args) {
             return UsageError("--reset-stats takes no other argument");
         }
         ResetStats();
-        return "statistics reset\n";
+        return String8("statistics reset\n");
     }
     if (!stats) {
         return UsageError("--json goes with --stats");
     }
-    return json ? RenderStatsJson(GetStats()) : RenderStatsText(GetStats());
+    const std::string text = json ? RenderStatsJson(GetStats()) : RenderStatsText(GetStats());
+    return String8(text.data(), text.size());
 }
 
 }  // namespace android

@@ -5,6 +5,7 @@
 #include <log/log.h>
 #include <utils/Timers.h>
 
+#include "writers/ClientText.h"
 #include "writers/MediaExceptionLogWriter.h"
 #include "writers/ReportEvent.h"
 
@@ -84,7 +85,8 @@ MediaException* MediaExceptionWriter::AddReport(int eventId, int eventLevel, int
     }
     MediaException* record = GetExceptionObj(mExceptions, eventId, eventLevel, subType);
     if (record == nullptr) {
-        ALOGE("WriteException: could not get one exceptionObj for %d", eventId);
+        ALOG_LIMITED(mNoRecordLog, ANDROID_LOG_ERROR,
+                     "WriteException: could not get one exceptionObj for %d", eventId);
         return nullptr;
     }
     if (record->count > 0) {
@@ -110,9 +112,9 @@ void MediaExceptionWriter::FinishReport(const MediaException& record, size_t cha
 
 void MediaExceptionWriter::LogRecord(const char* format, const MediaException& record) {
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, format, record.eventId, record.eventLevel,
-                        record.subType, GetUploadString(record.reason).string(),
-                        GetUploadString(record.callingApp).string(), record.count,
-                        record.paraInt, GetUploadString(record.paraChar).string(),
+                        record.subType, ClientTextForLog(GetUploadString(record.reason)).string(),
+                        ClientTextForLog(GetUploadString(record.callingApp)).string(), record.count,
+                        record.paraInt, ClientTextForLog(GetUploadString(record.paraChar)).string(),
                         record.associatedEventId);
 }
 
@@ -218,7 +220,7 @@ void MediaExceptionWriter::ResetLogMem() {
     mLogMemSize = 0;
 }
 
-void MediaExceptionWriter::Dump(int fd) {
+String8 MediaExceptionWriter::DumpText() {
     Mutex::Autolock lock(mLock);
     String8 text(EXCEPTION_LOG_DUMP_HEAD);
     for (size_t i = 0; i < mExceptions.size(); ++i) {
@@ -232,7 +234,7 @@ void MediaExceptionWriter::Dump(int fd) {
         text.appendFormat("paraChar:%s\n", GetUploadString(record.paraChar).string());
         text.appendFormat("associatedEventId:%d\n", record.associatedEventId);
     }
-    WriteText(fd, text);
+    return text;
 }
 
 WriterStats MediaExceptionWriter::GetStats() {
