@@ -166,6 +166,7 @@ void Service::LogSendThread::CopyStatsTo(MonitorStats* stats) {
     stats->byteLimit = MAX_QUEUE_BYTES;
     stats->dispatched = mCounters.dispatched.Get();
     stats->longestDispatchNs = mLongestDispatchNs.Get();
+    stats->logSuppressed += mQueueBytesLog.Suppressed();
 }
 
 void Service::LogSendThread::ResetStats() {

@@ -37,6 +37,9 @@ struct MonitorStats {
     uint64_t refused[MONITOR_OPERATIONS] = {};
     int32_t lastRefusedUid = -1;
     int32_t lastRefusedPid = -1;
+    uint64_t dumpsGivenUp = 0;  // the caller did not take the text in time
+    uint64_t dumpsBusy = 0;     // refused: too many dumps at once
+    uint64_t logSuppressed = 0;  // the service's and queue's rate-limited lines held back
 
     uint64_t queued[MONITOR_EVENT_TYPES] = {};  // taken into the queue, by type
     uint64_t droppedFull = 0;
@@ -66,6 +69,8 @@ public:
         mLastRefused.store(Pack(uid, pid), std::memory_order_relaxed);
     }
     void DroppedNoWorker() { mDroppedNoWorker.Add(); }
+    void DumpGivenUp() { mDumpsGivenUp.Add(); }
+    void DumpBusy() { mDumpsBusy.Add(); }
 
     void CopyTo(MonitorStats* stats) const;
     void Reset();
@@ -80,6 +85,8 @@ private:
     StatCounter mCalls[MONITOR_OPERATIONS];
     StatCounter mRefused[MONITOR_OPERATIONS];
     StatCounter mDroppedNoWorker;
+    StatCounter mDumpsGivenUp;
+    StatCounter mDumpsBusy;
     std::atomic<uint64_t> mLastRefused{~uint64_t{0}};
 };
 

@@ -62,7 +62,8 @@ constexpr const char* kReportingStates[] = {"not_loaded_yet", "loaded", "absent"
 
 // Text sections after the operations' table, in this order.
 constexpr std::pair<const char*, const char*> kSections[] = {
-        {"callers", "Callers"}, {"queue", "Queue"}, {"worker", "Worker"}, {"reporting", "Reporting library"},
+        {"callers", "Callers"}, {"queue", "Queue"},        {"worker", "Worker"},
+        {"dumps", "Dumps"},     {"log", "Log lines"}, {"reporting", "Reporting library"},
 };
 
 // Wide enough for a writer's name and most figures.
@@ -119,6 +120,9 @@ Json::Value WriterToJson(bool present, const WriterStats& stats) {
     writer["longest_upload_us"] = Number(Micros(stats.longestUploadNs));
     writer["file_bytes"] = Number(stats.fileBytes);
     writer["file_truncations"] = Number(stats.fileTruncations);
+    writer["record_path_replaced"] = Number(stats.pathsReplaced);
+    writer["record_path_skipped"] = Number(stats.pathsSkipped);
+    writer["log_suppressed"] = Number(stats.logSuppressed);
     return writer;
 }
 
@@ -211,6 +215,9 @@ Json::Value StatsToJson(const MonitorStats& stats) {
     root["callers"]["refused"] = Number(refused);
     root["callers"]["last_refused_uid"] = stats.lastRefusedUid;
     root["callers"]["last_refused_pid"] = stats.lastRefusedPid;
+    root["dumps"]["given_up"] = Number(stats.dumpsGivenUp);
+    root["dumps"]["busy"] = Number(stats.dumpsBusy);
+    root["log"]["suppressed"] = Number(stats.logSuppressed);
     root["queue"] = QueueToJson(stats);
     root["worker"]["dispatched"] = Number(stats.dispatched);
     root["worker"]["longest_dispatch_us"] = Number(Micros(stats.longestDispatchNs));

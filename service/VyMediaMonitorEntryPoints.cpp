@@ -204,6 +204,7 @@ status_t VyMediaMonitorService::Dump(int fd, const Vector<String16>& args) {
     if (mDumpsRunning.fetch_add(1) < MAX_CONCURRENT_DUMPS) {
         WriteDump(fd, args.isEmpty() ? RenderDump() : RenderDumpWithArgs(args));
     } else {
+        mCallCounters.DumpBusy();
         WriteLineToCaller(fd, String8::format("Dump busy: %d dumps are running, try again\n",
                                               MAX_CONCURRENT_DUMPS));
     }
@@ -226,6 +227,7 @@ String8 VyMediaMonitorService::RenderDump() {
 void VyMediaMonitorService::WriteDump(int fd, const String8& text) {
     const size_t written = WriteToCaller(fd, text.string(), text.length(), DUMP_TIMEOUT);
     if (written < text.length()) {
+        mCallCounters.DumpGivenUp();
         ALOG_LIMITED(mDumpLog, ANDROID_LOG_WARN,
                      "Dump given up: the caller took %zu of %zu bytes within %d s", written,
                      text.length(), static_cast<int>(nanoseconds_to_seconds(DUMP_TIMEOUT)));

@@ -32,6 +32,8 @@ void CallCounters::CopyTo(MonitorStats* stats) const {
     stats->lastRefusedUid = static_cast<int32_t>(last >> 32);
     stats->lastRefusedPid = static_cast<int32_t>(last & 0xffffffffu);
     stats->droppedNoWorker = mDroppedNoWorker.Get();
+    stats->dumpsGivenUp = mDumpsGivenUp.Get();
+    stats->dumpsBusy = mDumpsBusy.Get();
 }
 
 void CallCounters::Reset() {
@@ -39,7 +41,9 @@ void CallCounters::Reset() {
         mCalls[i].Reset();
         mRefused[i].Reset();
     }
-    mDroppedNoWorker.Reset();
+    for (StatCounter* counter : {&mDroppedNoWorker, &mDumpsGivenUp, &mDumpsBusy}) {
+        counter->Reset();
+    }
     mLastRefused.store(~uint64_t{0}, std::memory_order_relaxed);
 }
 
@@ -57,6 +61,9 @@ MonitorStats VyMediaMonitorService::GetStats() {
         }
     }
     stats.reporting = VexelProxy::GetStats();
+    for (const LogRateLimiter* log : {&mDenialLog, &mNullTextLog, &mRefusalLog, &mDumpLog}) {
+        stats.logSuppressed += log->Suppressed();
+    }
     return stats;
 }
 

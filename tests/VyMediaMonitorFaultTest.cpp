@@ -202,6 +202,11 @@ TEST_F(ServiceFaultTest, PlantedRecordPathsAreReplacedNeverFollowed) {
     for (const char* path : {BD_FLOW_FILE, BD_COUNT_FILE}) {
         EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(path))) << path;
     }
+    const Json::Value writers = StatsOf(probe)["writers"];
+    for (const char* writer : {"bd_flow", "bd_count"}) {
+        EXPECT_GE(writers[writer]["record_path_replaced"].asInt(), 1) << writer;
+        EXPECT_EQ(writers[writer]["record_path_skipped"].asInt(), 0) << writer;
+    }
 
     Stop();
     fs::resize_file(BD_FLOW_FILE, 64 << 20);  // sparse: no memory until read

@@ -176,8 +176,11 @@ void MediaBigDataWriter::UpdateBigDataKeyValuesnfos(int eventId, String8 key, St
 
 WriterStats MediaBigDataWriter::GetStats() {
     Mutex::Autolock lock(mBigDataLock);
-    return StatsHolding(mBigDataCounts.size() + mBigDataStrings.size() + mBigDataKeyValues.size(),
-                        mMaxBigDataSize, mStoreBytes, MAX_BIGDATA_BYTES);
+    WriterStats stats = StatsHolding(
+            mBigDataCounts.size() + mBigDataStrings.size() + mBigDataKeyValues.size(),
+            mMaxBigDataSize, mStoreBytes, MAX_BIGDATA_BYTES);
+    stats.logSuppressed += mStoreFullLog.Suppressed() + mUnknownTypeLog.Suppressed();
+    return stats;
 }
 
 void MediaBigDataWriter::GetMemInfos(int* curSize, int* maxSize) {

@@ -239,7 +239,9 @@ String8 MediaExceptionWriter::DumpText() {
 
 WriterStats MediaExceptionWriter::GetStats() {
     Mutex::Autolock lock(mLock);
-    return StatsHolding(mExceptions.size(), MAX_EXCEPTION_LOG_SIZE);
+    WriterStats stats = StatsHolding(mExceptions.size(), MAX_EXCEPTION_LOG_SIZE);
+    stats.logSuppressed += mNoRecordLog.Suppressed();
+    return stats;
 }
 
 void MediaExceptionWriter::GetMemInfos(int* cur, int* max) {

@@ -166,7 +166,9 @@ void MediaKpiWriter::ResetLogMem() {
 
 WriterStats MediaKpiWriter::GetStats() {
     Mutex::Autolock lock(mLock);
-    return StatsHolding(0, MAX_KPI_SIZE);
+    WriterStats stats = StatsHolding(0, MAX_KPI_SIZE);
+    stats.logSuppressed += mBadKpiLog.Suppressed();
+    return stats;
 }
 
 void MediaKpiWriter::GetMemInfos(int* cur, int* max) {

@@ -224,6 +224,7 @@ WriterStats MediaLogBase::StatsHolding(size_t records, size_t cap, size_t bytes,
     stats.bytes = bytes;
     stats.byteLimit = byteLimit;
     mCounters.CopyTo(&stats);
+    stats.logSuppressed = mRecordPathLog.Suppressed();
     return stats;
 }
 
@@ -246,11 +247,13 @@ int MediaLogBase::OpenRecordPath(const char* path, int flags, mode_t mode) {
             return -1;  // a missing folder, say: nothing was planted
         }
         if (retried || unlink(path) != 0) {
+            mCounters.SkippedPath();
             ALOG_LIMITED(mRecordPathLog, ANDROID_LOG_ERROR,
                          "record file %s is not a file of ours and cannot be replaced: skipped",
                          path);
             return -1;
         }
+        mCounters.ReplacedPath();
         ALOG_LIMITED(mRecordPathLog, ANDROID_LOG_WARN,
                      "record file %s was not a file of ours: replaced", path);
     }

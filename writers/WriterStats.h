@@ -42,6 +42,9 @@ struct WriterStats {
     uint64_t longestUploadNs = 0;
     uint64_t fileBytes = 0;  // appended to the record file
     uint64_t fileTruncations = 0;
+    uint64_t pathsReplaced = 0;  // something not ours at the record path, removed
+    uint64_t pathsSkipped = 0;   // ... that could not be removed
+    uint64_t logSuppressed = 0;  // rate-limited lines held back, since start
 };
 
 class WriterCounters {
@@ -57,6 +60,8 @@ public:
     }
     void WroteFile(uint64_t bytes) { mFileBytes.Add(bytes); }
     void TruncatedFile() { mFileTruncations.Add(); }
+    void ReplacedPath() { mPathsReplaced.Add(); }
+    void SkippedPath() { mPathsSkipped.Add(); }
 
     // Copies the counters into stats, leaving what is held now alone.
     void CopyTo(WriterStats* stats) const {
@@ -70,11 +75,14 @@ public:
         stats->longestUploadNs = mLongestUploadNs.Get();
         stats->fileBytes = mFileBytes.Get();
         stats->fileTruncations = mFileTruncations.Get();
+        stats->pathsReplaced = mPathsReplaced.Get();
+        stats->pathsSkipped = mPathsSkipped.Get();
     }
 
     void Reset() {
         for (StatCounter* counter : {&mMerged, &mUploads, &mEventsSent, &mLastUploadTime,
-                                     &mLongestUploadNs, &mFileBytes, &mFileTruncations}) {
+                                     &mLongestUploadNs, &mFileBytes, &mFileTruncations,
+                                     &mPathsReplaced, &mPathsSkipped}) {
             counter->Reset();
         }
         for (StatCounter& counter : mRefused) {
@@ -91,6 +99,8 @@ private:
     StatCounter mLongestUploadNs;
     StatCounter mFileBytes;
     StatCounter mFileTruncations;
+    StatCounter mPathsReplaced;
+    StatCounter mPathsSkipped;
 };
 
 }  // namespace android
