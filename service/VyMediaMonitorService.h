@@ -39,6 +39,7 @@
 #include <utils/Thread.h>
 #include <utils/Vector.h>
 
+#include "service/CallCapture.h"
 #include "writers/LogRateLimiter.h"
 #include "writers/MediaBDCountWriter.h"
 #include "writers/MediaBDFlowWriter.h"
@@ -382,6 +383,7 @@ protected:
     static constexpr int VOLUME_SOURCES = 13;
 
     // Constant after Init.
+    sp<CallCapture> mCapture;  // null unless capturing
     sp<MediaMonitorPolicy> mPolicy;
     sp<LogSendThread> mLogSendThread;
     sp<MediaExceptionLogWriter> mExceptionLogWriter;
@@ -423,9 +425,28 @@ protected:
     String8 mLastFlushedApp GUARDED_BY(mAudioStateLock);  // at the last cache flush
 
 private:
-    // Caller check of operations 1 to 3: false, with the denial line naming
-    // operation, when the calling uid is not admitted.
-    static bool IsCallerAllowed(const char* operation);
+    // Caller check of operations 1 to 3 (by transaction code): false, with
+    // the denial line, when the calling uid is not admitted.
+    static bool IsCallerAllowed(uint32_t code);
+    // The caller check of a call with these arguments, which the capture
+    // records either way.
+    template <typename... Args>
+    bool Admit(uint32_t code, const Args&... args) {
+        const bool allowed = IsCallerAllowed(code);
+        Record(code, !allowed, args...);
+        return allowed;
+    }
+    // Records an accepted call in the capture, first thing in its operation.
+    template <typename... Args>
+    void Capture(uint32_t code, const Args&... args) {
+        Record(code, false, args...);
+    }
+    template <typename... Args>
+    void Record(uint32_t code, bool refused, const Args&... args) {
+        if (mCapture != nullptr) {
+            mCapture->Record(code, refused, {CallCapture::Arg(args)...});
+        }
+    }
     // A client's C string; null logs the error line and becomes empty.
     static String8 ToString8(const char* text);
     // Each writer whose switch is 1, in their fixed order.
