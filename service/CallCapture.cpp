@@ -39,6 +39,8 @@ constexpr const char* kProperties[] = {
         "ro.media.capture",
 };
 
+std::string AsLine(uid_t uid) { return "as " + std::to_string(uid) + "\n"; }
+
 std::string Header() {
     char host[256] = {};
     gethostname(host, sizeof(host) - 1);
@@ -140,7 +142,7 @@ bool CallCapture::threadLoop() {
 std::string CallCapture::Lead(const Call& call) const {
     std::string lead;
     if (!mStarted || call.uid != mUid) {
-        lead = "as " + std::to_string(call.uid) + "\n";
+        lead = AsLine(call.uid);
     }
     for (int64_t ms = mStarted ? nanoseconds_to_milliseconds(call.time - mClock) : 0; ms > 0;
          ms -= kMaxSleepMs) {
@@ -156,15 +158,15 @@ void CallCapture::Write(const Call& call) {
                std::to_string(call.pid) + ": " + line);
         return;
     }
+    if (mHeader.size() + AsLine(call.uid).size() + line.size() > mLimit) {
+        Append("# a call of " + std::to_string(line.size()) +
+               " bytes not captured: over the size limit\n");
+        return;
+    }
     std::string text = Lead(call) + line;
     if (mFd < 0 || mFileBytes + text.size() > mLimit) {
         StartFile();
         text = Lead(call) + line;
-    }
-    if (mHeader.size() + text.size() > mLimit) {
-        Append("# a call of " + std::to_string(line.size()) +
-               " bytes not captured: over the size limit\n");
-        return;
     }
     if (!Append(text)) {
         return;

@@ -102,7 +102,8 @@ int Replayer::RunSegment(const Segment& segment, const sp<IBinder>& binder) cons
             fprintf(stderr, "\rvymm replay: line %d of %d ", step.line, lastLine);
         }
         if (step.kind == TraceStep::SLEEP && !mOptions.fast) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(step.sleepMs));
+            std::this_thread::sleep_for(
+                    std::chrono::duration<double, std::milli>(step.sleepMs / mOptions.speed));
         } else if (step.kind == TraceStep::CALL) {
             step.op->invoke(*service, step.args);
         }

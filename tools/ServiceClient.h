@@ -29,6 +29,7 @@ bool StillReachable(const android::sp<android::IBinder>& binder);
 
 struct ReplayOptions {
     bool fast = false;           // skip the sleep lines
+    double speed = 1;            // divides the sleeps
     bool skipOtherUids = false;  // without root, skip the calls of `as` other uids
     bool progress = false;       // show the line being replayed on stderr
     int waitMs = 0;              // as FindService's

@@ -5,6 +5,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -29,8 +30,9 @@ constexpr char kUsage[] =
         "  call OP ARG...                call operation OP (number or name); each ARG is\n"
         "                                i32 N, s8 TEXT or null\n"
         "  dump [ARG...]                 the service's dump, as dumpsys prints it\n"
-        "  replay [--fast] [--skip-as] FILE\n"
-        "                                replay a trace: one call a line, sleep MS, as UID\n"
+        "  replay [--fast | --speed F] [--skip-as] FILE\n"
+        "                                replay a trace: one call a line, sleep MS, as UID;\n"
+        "                                --speed F sleeps MS / F, --fast not at all\n"
         "  events [FILE]                 the uploaded events ($VEXEL_EVENT_LOG)\n"
         "--wait MS waits for the service to be published. Exit status: 0 done,\n"
         "1 the service cannot be reached, 2 bad usage.\n";
@@ -82,6 +84,12 @@ int Dump(const std::vector<std::string>& words, int waitMs) {
     return EXIT_OK;
 }
 
+bool ParseSpeed(const std::string& word, double* speed) {
+    char* end = nullptr;
+    *speed = strtod(word.c_str(), &end);
+    return !word.empty() && *end == '\0' && std::isfinite(*speed) && *speed > 0;
+}
+
 int ReplayFile(const std::vector<std::string>& words, int waitMs) {
     ReplayOptions options;
     options.waitMs = waitMs;
@@ -90,6 +98,10 @@ int ReplayFile(const std::vector<std::string>& words, int waitMs) {
     for (; i < words.size() && words[i].rfind("--", 0) == 0; ++i) {
         if (words[i] == "--fast") {
             options.fast = true;
+        } else if (words[i] == "--speed") {
+            if (++i == words.size() || !ParseSpeed(words[i], &options.speed)) {
+                return Usage("--speed takes a factor above 0, such as 0.5 or 10");
+            }
         } else if (words[i] == "--skip-as") {
             options.skipOtherUids = true;
         } else {
