@@ -27,8 +27,6 @@ namespace {
 
 constexpr char kThreadName[] = "mediaCapture";
 constexpr char kOldSuffix[] = ".1";
-// The longest sleep a trace line may ask for; longer gaps take several.
-constexpr int64_t kMaxSleepMs = 24LL * 3600 * 1000;
 constexpr size_t kCallBytes = 64;  // charged per call besides its texts
 
 // The properties the service reads, shown in the header.
@@ -53,7 +51,7 @@ std::string Header() {
     for (const char* key : kProperties) {
         char value[PROPERTY_VALUE_MAX] = {};
         const bool set = property_get(key, value, "") > 0;
-        header += std::string("# ") + key + (set ? "=" + std::string(value) : " unset") + "\n";
+        header += std::string("# ") + key + (set ? "=" + vymm::QuoteWord(value) : " unset") + "\n";
     }
     return header;
 }
@@ -131,7 +129,8 @@ bool CallCapture::threadLoop() {
             std::swap(dropped, mDropped);
         }
         if (dropped > 0) {
-            Append("# " + std::to_string(dropped) + " calls not captured: the capture fell behind\n");
+            Append("# " + std::to_string(dropped) +
+                   " calls not captured: the capture fell behind\n");
         }
         for (const Call& call : calls) {
             Write(call);
@@ -144,9 +143,10 @@ std::string CallCapture::Lead(const Call& call) const {
     if (!mStarted || call.uid != mUid) {
         lead = AsLine(call.uid);
     }
+    // A gap longer than one line may ask for takes several.
     for (int64_t ms = mStarted ? nanoseconds_to_milliseconds(call.time - mClock) : 0; ms > 0;
-         ms -= kMaxSleepMs) {
-        lead += "sleep " + std::to_string(std::min(ms, kMaxSleepMs)) + "\n";
+         ms -= vymm::kMaxSleepMs) {
+        lead += "sleep " + std::to_string(std::min(ms, vymm::kMaxSleepMs)) + "\n";
     }
     return lead;
 }

@@ -13,6 +13,8 @@
 //                    operations, or inside mLock.
 //   a writer's mutex taken by the writers' own entry points.
 //   mQueueLock       the send thread's queue; never held with a writer's mutex.
+// The capture's lock (CallCapture) is taken alone, first thing in an entry
+// point, to record the call.
 // mDispatchLock serialises dispatch on the worker, before a writer's mutex.
 // It is never held together with mLock: a writer that uploads for seconds
 // keeps only mDispatchLock, so the entry points go on queueing meanwhile.

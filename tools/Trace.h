@@ -26,9 +26,6 @@ struct TraceStep {
     uid_t uid = 0;                    // AS
 };
 
-// The longest sleep a trace may ask for: a day.
-constexpr int64_t kMaxSleepMs = 24LL * 3600 * 1000;
-
 // The steps of the trace; false at the first malformed line, with
 // "NAME:LINE: ..." (and the expected signatures for a call) in error.
 bool ParseTrace(std::istream& in, const std::string& name, std::vector<TraceStep>* steps,

@@ -94,7 +94,9 @@ kill -TERM "$host"
 wait "$host"
 trap - EXIT
 # The uploads with the times they carry masked.
-uploads() { "$vymm" events "$1" 2>/dev/null | sed -E 's/HAPPEN_TIME="[^"]*"/HAPPEN_TIME=*/; s/ time=[0-9]+//'; }
+uploads() {
+    "$vymm" events "$1" 2>/dev/null | sed -E 's/HAPPEN_TIME="[^"]*"/HAPPEN_TIME=*/; s/ time=[0-9]+//'
+}
 uploads "$dir/events.jsonl" >"$dir/uploads.txt"
 uploads "$second/events.jsonl" >"$second/uploads.txt"
 if cmp -s "$dir/uploads.txt" "$second/uploads.txt"; then

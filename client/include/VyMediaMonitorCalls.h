@@ -39,6 +39,9 @@ struct Operation {
     void (*invoke)(android::IVyMediaMonitorService& service, const std::vector<TypedArg>& args);
 };
 
+// The longest pause one trace line may ask for: a day.
+constexpr int64_t kMaxSleepMs = 24LL * 3600 * 1000;
+
 // The 21 operations in order.
 const std::vector<Operation>& Operations();
 
