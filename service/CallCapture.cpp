@@ -103,6 +103,9 @@ void CallCapture::Exit() {
         mCond.broadcast();
     }
     requestExitAndWait();
+    // The thread may have ended, or never begun its loop, before it took the
+    // last calls: no other thread writes any more.
+    WriteRecorded(false);
 }
 
 status_t CallCapture::readyToRun() {
@@ -113,29 +116,34 @@ status_t CallCapture::readyToRun() {
 }
 
 bool CallCapture::threadLoop() {
-    for (;;) {
-        std::deque<Call> calls;
-        size_t dropped = 0;
-        {
-            Mutex::Autolock lock(mLock);
-            while (mPending.empty() && !exitPending()) {
-                mCond.wait(mLock);
-            }
-            if (mPending.empty()) {
-                return false;  // what was recorded before the exit is written
-            }
-            calls.swap(mPending);
-            mPendingBytes = 0;
-            std::swap(dropped, mDropped);
-        }
-        if (dropped > 0) {
-            Append("# " + std::to_string(dropped) +
-                   " calls not captured: the capture fell behind\n");
-        }
-        for (const Call& call : calls) {
-            Write(call);
-        }
+    while (WriteRecorded(true)) {
     }
+    return false;
+}
+
+bool CallCapture::WriteRecorded(bool wait) {
+    std::deque<Call> calls;
+    size_t dropped = 0;
+    {
+        Mutex::Autolock lock(mLock);
+        while (wait && mPending.empty() && !exitPending()) {
+            mCond.wait(mLock);
+        }
+        if (mPending.empty() && mDropped == 0) {
+            return false;
+        }
+        calls.swap(mPending);
+        mPendingBytes = 0;
+        std::swap(dropped, mDropped);
+    }
+    if (dropped > 0) {
+        Append("# " + std::to_string(dropped) +
+               " calls not captured: the capture fell behind\n");
+    }
+    for (const Call& call : calls) {
+        Write(call);
+    }
+    return true;
 }
 
 std::string CallCapture::Lead(const Call& call) const {

@@ -79,7 +79,10 @@ private:
     status_t readyToRun() override;
     bool threadLoop() override;
 
-    // On the capture thread only, from here down.
+    // On the capture thread, or on the one that stopped it, from here down.
+    // Writes the calls recorded so far, first waiting for some while no exit
+    // is pending when wait; false when there were none.
+    bool WriteRecorded(bool wait) EXCLUDES(mLock);
     void Write(const Call& call);
     // The as and sleep lines that go ahead of call in the current file.
     std::string Lead(const Call& call) const;
