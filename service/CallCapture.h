@@ -5,10 +5,12 @@
 // becomes "mediaCapture.trace.1" and a new one starts, so the two never hold
 // more than twice the limit; a service start does the same.
 //
-// Record runs on Binder threads and only appends to a bounded buffer under
-// mLock; the capture's own thread formats and writes, so no caller waits for
-// the disk. A write that fails costs a rate-limited log line and the call's
-// line, never the call.
+// Record runs on Binder threads, first thing in every operation, queued or
+// not, so calls are captured in the order they entered the service; it only
+// appends to a bounded buffer under mLock. The capture's own thread formats
+// and writes, so no caller waits for the disk; a write that fails costs a
+// rate-limited log line and the call's line, never the call. Exit runs on
+// the thread that stops the service.
 #ifndef VYMM_SERVICE_CALL_CAPTURE_H
 #define VYMM_SERVICE_CALL_CAPTURE_H
 
