@@ -86,8 +86,6 @@ export HOST_BINDER_DIR="$second/binder" VEXEL_EVENT_LOG="$second/events.jsonl"
 host=$!
 trap 'kill "$host" 2>/dev/null || true' EXIT
 "$vymm" --wait 10000 replay "$capture"
-# As above: the worker takes the last calls before the stop.
-sleep 0.5
 kill -TERM "$host"
 wait "$host"
 trap - EXIT
