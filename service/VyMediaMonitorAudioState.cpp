@@ -25,6 +25,7 @@ constexpr int kForceUseLow = 1;
 }  // namespace
 
 void VyMediaMonitorService::MonitorSetForceUse(int usage, int config) {
+    Capture(MONITOR_SET_FORCE_USE, usage, config);
     // Added, not masked, into its half: a large config spills over.
     const uint32_t value = static_cast<uint32_t>(config);
     {
@@ -41,6 +42,7 @@ void VyMediaMonitorService::MonitorSetForceUse(int usage, int config) {
 }
 
 void VyMediaMonitorService::MonitorBroadcastStream(int state, int stream) {
+    Capture(MONITOR_BROADCAST_STREAM, state, stream);
     const uint32_t bit = static_cast<uint32_t>(stream);
     if (bit >= kStreams || (state != 0 && state != 1)) {
         return;
@@ -57,6 +59,7 @@ void VyMediaMonitorService::MonitorBroadcastStream(int state, int stream) {
 }
 
 void VyMediaMonitorService::MonitorBroadcastDevice(unsigned int device) {
+    Capture(MONITOR_BROADCAST_DEVICE, device);
     {
         Mutex::Autolock lock(mAudioStateLock);
         mDevice = device;
@@ -65,6 +68,7 @@ void VyMediaMonitorService::MonitorBroadcastDevice(unsigned int device) {
 }
 
 void VyMediaMonitorService::MonitorVolumeIndex(int source, int index, int device) {
+    Capture(MONITOR_VOLUME_INDEX, source, index, device);
     if (source < 1 || source > VOLUME_SOURCES) {
         ALOG_LIMITED(mRefusalLog, ANDROID_LOG_ERROR, "invalid volume source");
         return;
@@ -83,6 +87,7 @@ void VyMediaMonitorService::MonitorVolumeIndex(int source, int index, int device
 }
 
 void VyMediaMonitorService::MonitorPlayingApp(const char* app) {
+    Capture(MONITOR_PLAYING_APP, app);
     const String8 name = ToString8(app);
     {
         Mutex::Autolock lock(mAudioStateLock);

@@ -44,6 +44,7 @@ String8 CopyOrEmpty(const char* text) { return text != nullptr ? String8(text) :
 }  // namespace
 
 void VyMediaMonitorService::WriteBigData(int eventId, const char* s1, int i1, int i2) {
+    Capture(WRITE_BIG_DATA_S_I_I, eventId, s1, i1, i2);
     if (eventId == BIGDATA_ID_HELD && i2 == kSendHeld) {
         Mutex::Autolock lock(mLock);
         SendCacheEventSingle(mHeldEvent);
@@ -60,21 +61,25 @@ void VyMediaMonitorService::WriteBigData(int eventId, const char* s1, int i1, in
 
 void VyMediaMonitorService::WriteBigData(int eventId, const char* s1, const char* s2, int i1,
                                          int i2) {
+    Capture(WRITE_BIG_DATA_S_S_I_I, eventId, s1, s2, i1, i2);
     QueueEvent(new BigDataEvent(EVENT_BIGDATA_OUTPUT_DEVICE, eventId, ToString8(s1),
                                 ToString8(s2), i1, i2));
 }
 
 void VyMediaMonitorService::WriteBigData(int eventId, const char* s1, const char* s2, int i1) {
+    Capture(WRITE_BIG_DATA_S_S_I, eventId, s1, s2, i1);
     QueueEvent(new BigDataEvent(EVENT_BIGDATA_STRING, eventId, ToString8(s1), ToString8(s2), i1));
 }
 
 void VyMediaMonitorService::WriteBigData(int eventId, const char* s1, int i1, int i2, int i3) {
+    Capture(WRITE_BIG_DATA_S_I_I_I, eventId, s1, i1, i2, i3);
     QueueEvent(new BigDataEvent(EVENT_BIGDATA_DUAL_BLUETOOTH, eventId, ToString8(s1), i1, i2,
                                 i3));
 }
 
 void VyMediaMonitorService::WriteBigData(int eventId, const char* s1, const char* s2,
                                          const char* s3) {
+    Capture(WRITE_BIG_DATA_S_S_S, eventId, s1, s2, s3);
     static_assert(BIGDATA_ID_LAST_PKG - BIGDATA_ID_FIRST_PKG + 1 == PKG_SLOTS);
     const bool cached = IsPkgSlotId(eventId);
     if (!cached && !IsQueuedPkgId(eventId)) {
@@ -93,6 +98,7 @@ void VyMediaMonitorService::WriteBigData(int eventId, const char* s1, const char
 
 void VyMediaMonitorService::WriteBigData(int eventId, const char* s1, const char* s2,
                                          const char* s3, int i1) {
+    Capture(WRITE_BIG_DATA_S_S_S_I, eventId, s1, s2, s3, i1);
     // i1 is the usage or the stream; negative ones count as too large.
     const uint32_t index = static_cast<uint32_t>(i1);
     if (eventId == BIGDATA_ID_USAGE && index >= USAGE_SLOTS) {
@@ -124,11 +130,13 @@ void VyMediaMonitorService::WriteBigData(int eventId, const char* s1, const char
 
 void VyMediaMonitorService::WriteBigData(int eventId, const char* s1, int i1, int i2, int i3,
                                          int i4) {
+    Capture(WRITE_BIG_DATA_S_I_I_I_I, eventId, s1, i1, i2, i3, i4);
     QueueEvent(new BigDataEvent(EVENT_BIGDATA_RECORDING, eventId, ToString8(s1), i1, i2, i3, i4));
 }
 
 void VyMediaMonitorService::WriteBigData(int eventId, const char* s1, const char* s2,
                                          const char* s3, const char* s4, int i1, int i2, int i3) {
+    Capture(WRITE_BIG_DATA_S_S_S_S_I_I_I, eventId, s1, s2, s3, s4, i1, i2, i3);
     QueueEvent(new VideoBigDataEvent(eventId, ToString8(s1), ToString8(s2), ToString8(s3),
                                      ToString8(s4), i1, i2, i3));
 }
@@ -136,6 +144,7 @@ void VyMediaMonitorService::WriteBigData(int eventId, const char* s1, const char
 void VyMediaMonitorService::WriteBigData(int eventId, const char* s1, const char* s2,
                                          const char* s3, const char* s4, const char* s5,
                                          int i1) {
+    Capture(WRITE_BIG_DATA_S_S_S_S_S_I, eventId, s1, s2, s3, s4, s5, i1);
     QueueEvent(new VideoMediaCodecErrorBigDataEvent(eventId, CopyOrEmpty(s1), CopyOrEmpty(s2),
                                                     CopyOrEmpty(s3), CopyOrEmpty(s4),
                                                     CopyOrEmpty(s5), i1));
@@ -144,6 +153,7 @@ void VyMediaMonitorService::WriteBigData(int eventId, const char* s1, const char
 void VyMediaMonitorService::WriteBigData(int eventId, const char* s1, const char* s2,
                                          const char* s3, const char* s4, const char* s5,
                                          const char* s6, int i1) {
+    Capture(WRITE_BIG_DATA_S_S_S_S_S_S_I, eventId, s1, s2, s3, s4, s5, s6, i1);
     QueueEvent(new VideoMediaCatonVagueBigDataEvent(eventId, CopyOrEmpty(s1), CopyOrEmpty(s2),
                                                     CopyOrEmpty(s3), CopyOrEmpty(s4),
                                                     CopyOrEmpty(s5), CopyOrEmpty(s6), i1));

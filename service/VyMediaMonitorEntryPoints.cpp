@@ -66,16 +66,17 @@ bool VyMediaMonitorService::CheckUid(int uid) {
     return offset < kAllowedUidSpan && ((kAllowedUids >> offset) & 1) != 0;
 }
 
-bool VyMediaMonitorService::IsCallerAllowed(int number, const char* operation) {
+bool VyMediaMonitorService::IsCallerAllowed(uint32_t code) {
     const IPCThreadState* ipc = IPCThreadState::self();
     const int uid = static_cast<int>(ipc->getCallingUid());
     if (CheckUid(uid)) {
         return true;
     }
-    mCallCounters.Refused(static_cast<size_t>(number - 1), uid, ipc->getCallingPid());
+    mCallCounters.Refused(code - FIRST_CALL_TRANSACTION, uid, ipc->getCallingPid());
     ALOG_LIMITED(mDenialLog, ANDROID_LOG_INFO,
                  "Permission Denial: can't %s VyMediaMonitorService from pid=%d, uid=%d\n",
-                 operation, ipc->getCallingPid(), uid);
+                 vymm::Operations()[code - FIRST_CALL_TRANSACTION].name, ipc->getCallingPid(),
+                 uid);
     return false;
 }
 
@@ -94,14 +95,14 @@ void VyMediaMonitorService::QueueEvent(const sp<LogSrvEvent>& event) {
 }
 
 void VyMediaMonitorService::ForceLogSend(int type) {
-    if (!IsCallerAllowed(1, "ForceLogSend")) {
+    if (!Admit(FORCE_LOG_SEND, type)) {
         return;
     }
     QueueEvent(new LogSrvEvent(EVENT_FORCE_SEND, type, -1, String8(), false));
 }
 
 void VyMediaMonitorService::WriteLogMsg(int prior, int type, const char* msg) {
-    if (!IsCallerAllowed(2, "WriteLogMsg")) {
+    if (!Admit(WRITE_LOG_MSG_TYPED, prior, type, msg)) {
         return;
     }
     const String8 text = ToString8(msg);
@@ -114,7 +115,7 @@ void VyMediaMonitorService::WriteLogMsg(int prior, int type, const char* msg) {
 }
 
 void VyMediaMonitorService::WriteMediaBigData(int pid, int type, const char* msg) {
-    if (!IsCallerAllowed(3, "WriteMediaBigData")) {
+    if (!Admit(WRITE_MEDIA_BIG_DATA, pid, type, msg)) {
         return;
     }
     const String8 text = ToString8(msg);
@@ -147,6 +148,7 @@ bool VyMediaMonitorService::CheckFlagSendLogEventLogSrv(int pid, int type, Strin
 
 void VyMediaMonitorService::WriteLogMsg(int eventId, int eventLevel, int subType,
                                         const String8& reason, const String8& callingApp) {
+    Capture(WRITE_LOG_MSG_EVENT, eventId, eventLevel, subType, reason, callingApp);
     const sp<LogSrvEvent> event =
             new ExceptionEvent(EVENT_EXCEPTION, IPCThreadState::self()->getCallingPid(), eventId,
                                eventLevel, subType, reason, callingApp);
@@ -173,12 +175,15 @@ void VyMediaMonitorService::WriteLogMsg(int eventId, int eventLevel, int subType
                                         const String8& reason, const String8& callingApp,
                                         int paraInt, const String8& paraChar,
                                         int associatedEventId) {
+    Capture(WRITE_LOG_MSG_EVENT_PARAMS, eventId, eventLevel, subType, reason, callingApp, paraInt,
+            paraChar, associatedEventId);
     QueueEvent(new ExceptionEvent(EVENT_EXCEPTION_EXT, IPCThreadState::self()->getCallingPid(),
                                   eventId, eventLevel, subType, reason, callingApp, paraInt,
                                   paraChar, associatedEventId));
 }
 
 void VyMediaMonitorService::WriteKpis(const String8& kpis) {
+    Capture(WRITE_KPIS, kpis);
     QueueEvent(new KpiEvent(EVENT_KPI, kpis));
 }
 

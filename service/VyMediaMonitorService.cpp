@@ -77,6 +77,7 @@ void VyMediaMonitorService::Init() {
     mException = ReadIntProperty("ro.media.exception", "1");
     mKpi = ReadIntProperty("ro.media.kpi", "1");
     mBigData = ReadIntProperty("ro.media.bigdata", "1");
+    mCapture = CallCapture::Create();
 
     const int32_t switches[] = {mRadar, mBDFlow, mBDCount, mException, mKpi, mBigData};
     bool anyOn = false;
@@ -117,6 +118,10 @@ void VyMediaMonitorService::SetupStaticTypeFlags() {
 }
 
 void VyMediaMonitorService::DeInit() {
+    if (mCapture != nullptr) {
+        mCapture->Exit();
+        mCapture.clear();
+    }
     if (mLogSendThread != nullptr) {
         mLogSendThread->Exit();
         // What callers sent before the end is in the uploads below.

@@ -13,6 +13,8 @@
 //                    operations, or inside mLock.
 //   a writer's mutex taken by the writers' own entry points.
 //   mQueueLock       the send thread's queue; never held with a writer's mutex.
+// The capture's lock (CallCapture) is taken alone, first thing in an entry
+// point, to record the call.
 // mDispatchLock serialises dispatch on the worker, before a writer's mutex.
 // It is never held together with mLock: a writer that uploads for seconds
 // keeps only mDispatchLock, so the entry points go on queueing meanwhile.
@@ -42,6 +44,7 @@
 #include <utils/Vector.h>
 
 #include "service/MonitorStats.h"
+#include "service/CallCapture.h"
 #include "writers/LogRateLimiter.h"
 #include "writers/MediaBDCountWriter.h"
 #include "writers/MediaBDFlowWriter.h"
@@ -409,6 +412,7 @@ protected:
     static constexpr int VOLUME_SOURCES = 13;
 
     // Constant after Init.
+    sp<CallCapture> mCapture;  // null unless capturing
     sp<MediaMonitorPolicy> mPolicy;
     sp<LogSendThread> mLogSendThread;
     sp<MediaExceptionLogWriter> mExceptionLogWriter;
@@ -452,10 +456,29 @@ protected:
     String8 mLastFlushedApp GUARDED_BY(mAudioStateLock);  // at the last cache flush
 
 private:
-    // Caller check of operations 1 to 3: false, with the denial line naming
-    // the operation and counted against its number, when the calling uid is
-    // not admitted.
-    bool IsCallerAllowed(int number, const char* operation);
+    // Caller check of operations 1 to 3 (by transaction code): false, with
+    // the denial line and counted against the operation, when the calling
+    // uid is not admitted.
+    bool IsCallerAllowed(uint32_t code);
+    // The caller check of a call with these arguments, which the capture
+    // records either way.
+    template <typename... Args>
+    bool Admit(uint32_t code, const Args&... args) {
+        const bool allowed = IsCallerAllowed(code);
+        Record(code, !allowed, args...);
+        return allowed;
+    }
+    // Records an accepted call in the capture, first thing in its operation.
+    template <typename... Args>
+    void Capture(uint32_t code, const Args&... args) {
+        Record(code, false, args...);
+    }
+    template <typename... Args>
+    void Record(uint32_t code, bool refused, const Args&... args) {
+        if (mCapture != nullptr) {
+            mCapture->Record(code, refused, {CallCapture::Arg(args)...});
+        }
+    }
     // The six writers in their fixed order, each possibly null.
     std::array<sp<MediaLogBase>, MONITOR_WRITERS> AllWriters() const;
     // What a dump with arguments writes: the statistics, or a usage error.

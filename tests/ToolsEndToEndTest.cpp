@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -168,6 +169,53 @@ bool WaitForUpload(const std::string& file, const std::string& text) {
     }
     close(watch);
     return found;
+}
+
+// A fresh host in root with the properties in props replays trace and stops:
+// its uploads, with the times they carry masked.
+std::string UploadsOfAHostReplaying(const std::string& root, const std::string& props,
+                                    std::vector<std::string> replay) {
+    ScopedBinderDir binderDir;
+    const std::string events = root + "/events.jsonl";
+    setenv("VEXEL_EVENT_LOG", events.c_str(), 1);
+    WriteFile(root + ".prop", props);
+    Process host({VYMM_HOST, "--root", root, "--props", root + ".prop"});
+    EXPECT_TRUE(host.WaitForOutput("vymm-host: serving Vymedia.monitor")) << host.output();
+    replay.insert(replay.begin(), {VYMM, "--wait", "5000", "replay"});
+    if (geteuid() != 0) {
+        replay.insert(replay.end() - 1, "--skip-as");
+    }
+    const std::string replayed = RunTool(replay);
+    EXPECT_EQ(replayed.rfind("0|", 0), 0u) << replayed;
+    EXPECT_EQ(kill(host.pid(), SIGTERM), 0);
+    EXPECT_EQ(host.Wait(), 0) << host.output();
+    static const std::regex kTimes(R"(HAPPEN_TIME="[^"]*"| time=\d+)");
+    return std::regex_replace(Uploads(events), kTimes, "TIME");
+}
+
+TEST(ToolsEndToEndTest, ACapturedRunReplayedIntoAnotherHostUploadsTheSame) {
+    TempWorkDir dir;
+    const std::string props = "ro.media.debuggable=true\nro.media.bdflow=1\n";
+    const std::string capture = dir.path() + "/first/data/log/mediaCapture.trace";
+    const std::string first =
+            UploadsOfAHostReplaying(dir.path() + "/first", props + "ro.media.capture=256\n",
+                                    {"--speed", "20", VYMM_EXAMPLES "/demo.trace"});
+    const std::string second =
+            UploadsOfAHostReplaying(dir.path() + "/second", props, {"--fast", capture});
+    // The capture keeps the pace: most of the trace's 3 s of pauses outside
+    // its as lines, 20 times faster.
+    const std::string captured = ReadFile(capture);
+    const std::regex sleepLine(R"(\nsleep (\d+))");
+    int64_t slept = 0;
+    for (auto it = std::sregex_iterator(captured.begin(), captured.end(), sleepLine);
+         it != std::sregex_iterator(); ++it) {
+        slept += std::stoll((*it)[1]);
+    }
+    EXPECT_GE(slept, 2400 / 20) << captured;
+    EXPECT_TRUE(geteuid() != 0 || Contains(captured, "\nas 1013\n")) << captured;
+    EXPECT_TRUE(Contains(first, "916600009 TIME PARAMETER=\"F:0 S:8 D:2\"")) << first;
+    EXPECT_EQ(first, second);
+    EXPECT_NE(access("second/data/log/mediaCapture.trace", F_OK), 0) << "off unless asked for";
 }
 
 TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {

@@ -284,6 +284,44 @@ TEST_F(ServiceTest, AnIdleWorkerQueuesAWriteCheckThatLetsDueWritersUpload) {
     EXPECT_TRUE(Eventually([&] { return !UploadsOf(mEvents.Lines(), 901).empty(); }));
 }
 
+TEST_F(ServiceTest, CaptureKeepsTwoFilesWithinItsLimitOnlyOnDebuggableBuilds) {
+    fs::create_directories("data/log");
+    const std::string current = CallCapture::FILE_NAME;
+    const std::string previous = current + ".1";
+    {
+        ScopedProperty capture("ro.media.capture", "64");
+        ScopedProperty debuggable("ro.media.debuggable", "false");
+        Start().WriteKpis(String8("k"));
+        Stop();
+        EXPECT_FALSE(fs::exists(current));
+    }
+    ScopedProperty capture("ro.media.capture", "1");
+    ServiceProbe& service = Start();
+    const std::string kpi(150, 'k');
+    for (int i = 0; i < 10; ++i) {
+        service.WriteKpis(String8((kpi + std::to_string(i)).c_str()));
+    }
+    service.WriteLogMsg(1, 2, nullptr);  // refused: not an audio or media uid
+    service.WriteKpis(String8(std::string(2000, 'x').c_str()));
+    Stop();
+
+    const std::string both = ReadFile(previous) + ReadFile(current);
+    for (const std::string& file : {previous, current}) {
+        EXPECT_LE(fs::file_size(file), 1024u) << file;
+        const std::string text = ReadFile(file);
+        EXPECT_EQ(text.rfind("# Calls to Vymedia.monitor captured on ", 0), 0u) << text;
+        EXPECT_NE(text.find("\n# ro.media.capture=1\n"), std::string::npos) << text;
+        EXPECT_NE(text.find("\nas " + std::to_string(getuid()) + "\n"), std::string::npos)
+                << "each file says who calls\n" << text;
+    }
+    EXPECT_EQ(both.find(kpi + "3\n"), std::string::npos) << "older files are gone\n" << both;
+    const std::string refused = ": WriteLogMsg i32 1 i32 2 null\n";
+    const std::string tooLong = "# a call of 2014 bytes not captured: over the size limit\n";
+    EXPECT_LT(both.find("WriteKpis s8 " + kpi + "9\n"), both.find(refused)) << both;
+    EXPECT_LT(both.find(refused), both.find(tooLong)) << both;
+    EXPECT_NE(both.find(tooLong), std::string::npos) << both;
+}
+
 TEST_F(ServiceTest, ShutdownLetsTheUploadingWritersSendAndDropsTheFileWriters) {
     fs::create_directories("data/log");
     ScopedProperty flow("ro.media.bdflow", "1");

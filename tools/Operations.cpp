@@ -5,9 +5,6 @@
 #include <stdlib.h>
 #include <strings.h>
 
-using android::IVyMediaMonitorService;
-using android::String8;
-
 namespace vymm {
 
 const char kServiceName[] = "Vymedia.monitor";
@@ -15,101 +12,6 @@ const char kServiceName[] = "Vymedia.monitor";
 namespace {
 
 using Args = std::vector<TypedArg>;
-
-constexpr Param I(const char* name) { return {ParamKind::INT, name}; }
-constexpr Param C(const char* name) { return {ParamKind::C_STRING, name}; }
-constexpr Param S(const char* name) { return {ParamKind::STRING8, name}; }
-
-int32_t In(const Args& a, size_t i) { return a[i].number; }
-const char* Cs(const Args& a, size_t i) {
-    return a[i].type == TypedArg::NUL ? nullptr : a[i].text.c_str();
-}
-String8 S8(const Args& a, size_t i) { return String8(a[i].text.data(), a[i].text.size()); }
-
-const std::vector<Operation> kOperations = {
-    {1, "ForceLogSend", {I("type")},
-     [](IVyMediaMonitorService& s, const Args& a) { s.ForceLogSend(In(a, 0)); }},
-    {2, "WriteLogMsg", {I("prior"), I("type"), C("msg")},
-     [](IVyMediaMonitorService& s, const Args& a) { s.WriteLogMsg(In(a, 0), In(a, 1), Cs(a, 2)); }},
-    {3, "WriteMediaBigData", {I("pid"), I("type"), C("msg")},
-     [](IVyMediaMonitorService& s, const Args& a) {
-         s.WriteMediaBigData(In(a, 0), In(a, 1), Cs(a, 2));
-     }},
-    {4, "WriteLogMsg",
-     {I("eventId"), I("eventLevel"), I("subType"), S("reason"), S("callingApp")},
-     [](IVyMediaMonitorService& s, const Args& a) {
-         s.WriteLogMsg(In(a, 0), In(a, 1), In(a, 2), S8(a, 3), S8(a, 4));
-     }},
-    {5, "WriteLogMsg",
-     {I("eventId"), I("eventLevel"), I("subType"), S("reason"), S("callingApp"), I("paraInt"),
-      S("paraChar"), I("associatedEventId")},
-     [](IVyMediaMonitorService& s, const Args& a) {
-         s.WriteLogMsg(In(a, 0), In(a, 1), In(a, 2), S8(a, 3), S8(a, 4), In(a, 5), S8(a, 6),
-                       In(a, 7));
-     }},
-    {6, "WriteKpis", {S("kpis")},
-     [](IVyMediaMonitorService& s, const Args& a) { s.WriteKpis(S8(a, 0)); }},
-    {7, "WriteBigData", {I("eventId"), C("s1"), I("i1"), I("i2")},
-     [](IVyMediaMonitorService& s, const Args& a) {
-         s.WriteBigData(In(a, 0), Cs(a, 1), In(a, 2), In(a, 3));
-     }},
-    {8, "WriteBigData", {I("eventId"), C("s1"), C("s2"), I("i1"), I("i2")},
-     [](IVyMediaMonitorService& s, const Args& a) {
-         s.WriteBigData(In(a, 0), Cs(a, 1), Cs(a, 2), In(a, 3), In(a, 4));
-     }},
-    {9, "WriteBigData", {I("eventId"), C("s1"), C("s2"), I("i1")},
-     [](IVyMediaMonitorService& s, const Args& a) {
-         s.WriteBigData(In(a, 0), Cs(a, 1), Cs(a, 2), In(a, 3));
-     }},
-    {10, "WriteBigData", {I("eventId"), C("s1"), I("i1"), I("i2"), I("i3")},
-     [](IVyMediaMonitorService& s, const Args& a) {
-         s.WriteBigData(In(a, 0), Cs(a, 1), In(a, 2), In(a, 3), In(a, 4));
-     }},
-    {11, "WriteBigData", {I("eventId"), C("s1"), C("s2"), C("s3")},
-     [](IVyMediaMonitorService& s, const Args& a) {
-         s.WriteBigData(In(a, 0), Cs(a, 1), Cs(a, 2), Cs(a, 3));
-     }},
-    {12, "WriteBigData", {I("eventId"), C("s1"), C("s2"), C("s3"), I("i1")},
-     [](IVyMediaMonitorService& s, const Args& a) {
-         s.WriteBigData(In(a, 0), Cs(a, 1), Cs(a, 2), Cs(a, 3), In(a, 4));
-     }},
-    {13, "WriteBigData", {I("eventId"), C("s1"), I("i1"), I("i2"), I("i3"), I("i4")},
-     [](IVyMediaMonitorService& s, const Args& a) {
-         s.WriteBigData(In(a, 0), Cs(a, 1), In(a, 2), In(a, 3), In(a, 4), In(a, 5));
-     }},
-    {14, "WriteBigData",
-     {I("eventId"), C("s1"), C("s2"), C("s3"), C("s4"), I("i1"), I("i2"), I("i3")},
-     [](IVyMediaMonitorService& s, const Args& a) {
-         s.WriteBigData(In(a, 0), Cs(a, 1), Cs(a, 2), Cs(a, 3), Cs(a, 4), In(a, 5), In(a, 6),
-                        In(a, 7));
-     }},
-    {15, "WriteBigData", {I("eventId"), C("s1"), C("s2"), C("s3"), C("s4"), C("s5"), I("i1")},
-     [](IVyMediaMonitorService& s, const Args& a) {
-         s.WriteBigData(In(a, 0), Cs(a, 1), Cs(a, 2), Cs(a, 3), Cs(a, 4), Cs(a, 5), In(a, 6));
-     }},
-    {16, "WriteBigData",
-     {I("eventId"), C("s1"), C("s2"), C("s3"), C("s4"), C("s5"), C("s6"), I("i1")},
-     [](IVyMediaMonitorService& s, const Args& a) {
-         s.WriteBigData(In(a, 0), Cs(a, 1), Cs(a, 2), Cs(a, 3), Cs(a, 4), Cs(a, 5), Cs(a, 6),
-                        In(a, 7));
-     }},
-    {17, "MonitorSetForceUse", {I("usage"), I("config")},
-     [](IVyMediaMonitorService& s, const Args& a) { s.MonitorSetForceUse(In(a, 0), In(a, 1)); }},
-    {18, "MonitorBroadcastStream", {I("state"), I("stream")},
-     [](IVyMediaMonitorService& s, const Args& a) {
-         s.MonitorBroadcastStream(In(a, 0), In(a, 1));
-     }},
-    {19, "MonitorBroadcastDevice", {I("device")},
-     [](IVyMediaMonitorService& s, const Args& a) {
-         s.MonitorBroadcastDevice(static_cast<uint32_t>(In(a, 0)));
-     }},
-    {20, "MonitorVolumeIndex", {I("source"), I("index"), I("device")},
-     [](IVyMediaMonitorService& s, const Args& a) {
-         s.MonitorVolumeIndex(In(a, 0), In(a, 1), In(a, 2));
-     }},
-    {21, "MonitorPlayingApp", {C("app")},
-     [](IVyMediaMonitorService& s, const Args& a) { s.MonitorPlayingApp(Cs(a, 0)); }},
-};
 
 bool ParseI32(const std::string& word, int32_t* number) {
     const bool hex = word.size() > 2 && word[0] == '0' && (word[1] == 'x' || word[1] == 'X');
@@ -194,7 +96,7 @@ std::vector<const Operation*> Named(const std::string& opWord) {
     std::vector<const Operation*> named;
     int32_t number = 0;
     const bool byNumber = ParseI32(opWord, &number);
-    for (const Operation& op : kOperations) {
+    for (const Operation& op : Operations()) {
         if (byNumber ? op.number == number : strcasecmp(op.name, opWord.c_str()) == 0) {
             named.push_back(&op);
         }
@@ -232,8 +134,6 @@ bool ParseTypedArgs(const std::vector<std::string>& words, size_t first,
     }
     return true;
 }
-
-const std::vector<Operation>& Operations() { return kOperations; }
 
 std::string Signature(const Operation& op) {
     std::string out = std::string(op.name) + "(";

@@ -1,7 +1,6 @@
-// The 21 operations of "Vymedia.monitor" as the command-line tools see them:
-// numbers, names, typed signatures, and the typed words that `vymm call` and
-// trace lines are written in (`i32 N`, `s8 TEXT`, `null`). Plain data and
-// functions; safe from any thread.
+// The 21 operations of "Vymedia.monitor" as the command-line tools read them:
+// typed words parsed, a call resolved to its overload, signatures to show.
+// Plain data and functions; safe from any thread.
 #ifndef VYMM_TOOLS_OPERATIONS_H
 #define VYMM_TOOLS_OPERATIONS_H
 
@@ -10,45 +9,18 @@
 #include <string>
 #include <vector>
 
-#include <IVyMediaMonitorService.h>
+#include <VyMediaMonitorCalls.h>
 
 namespace vymm {
 
 // The name under which the service is published.
 extern const char kServiceName[];
 
-// One typed word and its value.
-struct TypedArg {
-    enum Type { I32, S8, NUL };
-    Type type;
-    int32_t number = 0;  // I32: the bits of a signed or unsigned 32-bit value
-    std::string text;    // S8
-};
-
 // Reads the typed words of words[first...]; false with a one-line error
 // naming the word that is wrong. An i32 is decimal or 0x hexadecimal, from
 // INT32_MIN to UINT32_MAX.
 bool ParseTypedArgs(const std::vector<std::string>& words, size_t first,
                     std::vector<TypedArg>* args, std::string* error);
-
-// What a parameter accepts: an i32; an s8 or null (a C string); an s8 only.
-enum class ParamKind { INT, C_STRING, STRING8 };
-
-struct Param {
-    ParamKind kind;
-    const char* name;
-};
-
-struct Operation {
-    int number;  // 1 to 21; the transaction code is FIRST_CALL_TRANSACTION + number - 1
-    const char* name;
-    std::vector<Param> params;
-    // Makes the call; args match params.
-    void (*invoke)(android::IVyMediaMonitorService& service, const std::vector<TypedArg>& args);
-};
-
-// The 21 operations in order.
-const std::vector<Operation>& Operations();
 
 // "WriteBigData(i32 eventId, s8? s1, i32 i1)"; s8? takes s8 or null.
 std::string Signature(const Operation& op);

@@ -49,7 +49,7 @@ private:
 
 // What a sleep step waits; --fast waits nothing.
 int64_t SleepMs(const TraceStep& step, const ReplayOptions& options) {
-    const double scale = options.fast ? 0 : 1;
+    const double scale = options.fast ? 0 : 1 / options.speed;
     return static_cast<int64_t>(static_cast<double>(step.sleepMs) * scale);
 }
 

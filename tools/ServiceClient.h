@@ -41,6 +41,7 @@ constexpr int64_t kDefaultMaxSleepMs = 3600LL * 1000;
 
 struct ReplayOptions {
     bool fast = false;           // skip the sleep lines
+    double speed = 1;            // divides the sleeps
     int64_t maxSleepMs = kDefaultMaxSleepMs;  // refuse a trace that sleeps longer in all
     bool skipOtherUids = false;  // without root, skip the calls of `as` other uids
     bool progress = false;       // show the line being replayed on stderr

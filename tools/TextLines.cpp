@@ -8,6 +8,24 @@ namespace {
 
 bool IsBlank(char c) { return c != '\0' && strchr(kBlanks, c) != nullptr; }
 
+int HexDigit(char c) {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    const char lower = static_cast<char>(c | 0x20);
+    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+}
+
+// The byte of the two hex digits at line[pos], or -1.
+int HexByte(const std::string& line, size_t pos) {
+    if (pos + 1 >= line.size()) {
+        return -1;
+    }
+    const int high = HexDigit(line[pos]);
+    const int low = HexDigit(line[pos + 1]);
+    return high < 0 || low < 0 ? -1 : high * 16 + low;
+}
+
 // Reads the quoted word that starts at line[*pos] == '"' into word.
 bool ReadQuoted(const std::string& line, size_t* pos, std::string* word, std::string* error) {
     for (size_t i = *pos + 1; i < line.size(); ++i) {
@@ -32,6 +50,14 @@ bool ReadQuoted(const std::string& line, size_t* pos, std::string* word, std::st
             case 't':
                 *word += '\t';
                 break;
+            case 'x':
+                if (const int byte = HexByte(line, i + 1); byte >= 0) {
+                    *word += static_cast<char>(byte);
+                    i += 2;
+                    break;
+                }
+                *error = "\\x in a quoted word takes two hex digits";
+                return false;
             default:
                 *error = std::string("unknown escape \\") + escaped + " in a quoted word";
                 return false;

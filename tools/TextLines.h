@@ -15,9 +15,9 @@ std::string Trim(const std::string& text);
 std::string LinePrefix(const std::string& name, int line);
 
 // Splits a line into words at blanks. A word in double quotes may hold
-// blanks and the escapes \" \\ \n \t; an unquoted word that begins with '#'
-// starts a comment to the end of the line. False on an unclosed quote or an
-// unknown escape, with the reason in error.
+// blanks and the escapes \" \\ \n \t and \xNN (any byte); an unquoted word
+// that begins with '#' starts a comment to the end of the line. False on an
+// unclosed quote or an unknown escape, with the reason in error.
 bool SplitWords(const std::string& line, std::vector<std::string>* words, std::string* error);
 
 }  // namespace vymm

@@ -26,9 +26,6 @@ struct TraceStep {
     uid_t uid = 0;                    // AS
 };
 
-// The longest sleep a trace may ask for: a day.
-constexpr int64_t kMaxSleepMs = 24LL * 3600 * 1000;
-
 // A decimal number from 0 to max, nothing else.
 bool ParseCount(const std::string& word, long long max, long long* value);
 

@@ -1,8 +1,9 @@
 #!/bin/sh
 # make demo: runs the service on this machine in a fresh folder, replays the
 # example trace into it, prints what it holds, forces a send and prints the
-# uploads, then stops it and prints its shutdown uploads, and last the
-# service's counters of the run.
+# uploads, then stops it and prints its shutdown uploads. The service captures
+# the calls it took; the capture is replayed into a second host, whose uploads
+# are compared with the first one's. Last, the service's counters of the run.
 # Usage: tools/demo.sh BUILD_DIR (built with the tools and the host libvexel.so).
 set -eu
 src=$(cd "$(dirname "$0")/.." && pwd)
@@ -26,7 +27,8 @@ fi
 
 section() { printf '\n==== %s ====\n' "$1"; }
 
-"$build/host/vymm-host" --root "$dir" --props "$src/examples/demo.prop" >"$dir/host.log" 2>&1 &
+"$build/host/vymm-host" --root "$dir" --props "$src/examples/demo.prop" -p ro.media.capture=256 \
+    >"$dir/host.log" 2>&1 &
 host=$!
 trap 'kill "$host" 2>/dev/null || true' EXIT
 
@@ -75,8 +77,38 @@ else
     echo "(none: see the end of $dir/host.log)"
 fi
 
+section "replaying the capture into a second host"
+capture=$dir/data/log/mediaCapture.trace
+head -n 14 "$capture"
+echo "... ($(grep -cv '^#' "$capture") lines of calls, as and sleep)"
+second=$dir/second
+mkdir -m 755 "$second"
+export HOST_BINDER_DIR="$second/binder" VEXEL_EVENT_LOG="$second/events.jsonl"
+"$build/host/vymm-host" --root "$second" --props "$src/examples/demo.prop" \
+    >"$second/host.log" 2>&1 &
+host=$!
+trap 'kill "$host" 2>/dev/null || true' EXIT
+"$vymm" --wait 10000 replay "$capture"
+kill -TERM "$host"
+wait "$host"
+trap - EXIT
+# The uploads with the times they carry masked.
+uploads() {
+    "$vymm" events "$1" 2>/dev/null | sed -E 's/HAPPEN_TIME="[^"]*"/HAPPEN_TIME=*/; s/ time=[0-9]+//'
+}
+uploads "$dir/events.jsonl" >"$dir/uploads.txt"
+uploads "$second/events.jsonl" >"$second/uploads.txt"
+if cmp -s "$dir/uploads.txt" "$second/uploads.txt"; then
+    echo "the uploads match: the second host made the same $(wc -l <"$dir/uploads.txt")," \
+        "in the same order (times masked)"
+else
+    echo "the uploads differ (times masked):"
+    diff "$dir/uploads.txt" "$second/uploads.txt" || true
+fi
+
 section "the demo's folder"
-echo "$dir: host.log (the service's log), events.jsonl (uploads), data/log (records),"
+echo "$dir: host.log (the service's log), events.jsonl (uploads), data/log (records"
+echo "and mediaCapture.trace, the capture), second/ (the host that replayed it),"
 echo "stats.txt (the counters below)"
 if [ -n "$note" ]; then
     echo "$note"

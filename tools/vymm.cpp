@@ -5,6 +5,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -33,8 +34,9 @@ constexpr char kUsage[] =
         "  stats [--json] [--watch S]    the service's counters; --watch refreshes them\n"
         "                                every S seconds with the rates per second\n"
         "                                (with --json: one JSON line per sample)\n"
-        "  replay [--fast] [--skip-as] [--max-sleep MS] FILE\n"
+        "  replay [--fast | --speed F] [--skip-as] [--max-sleep MS] FILE\n"
         "                                replay a trace: one call a line, sleep MS, as UID;\n"
+        "                                --speed F sleeps MS / F, --fast not at all;\n"
         "                                refused if its sleeps add up to more than MS\n"
         "                                (default 3600000, an hour)\n"
         "  events [FILE]                 the uploaded events ($VEXEL_EVENT_LOG)\n"
@@ -149,6 +151,12 @@ int Stats(const std::vector<std::string>& words, int waitMs) {
     return EXIT_OK;
 }
 
+bool ParseSpeed(const std::string& word, double* speed) {
+    char* end = nullptr;
+    *speed = strtod(word.c_str(), &end);
+    return !word.empty() && *end == '\0' && std::isfinite(*speed) && *speed > 0;
+}
+
 int ReplayFile(const std::vector<std::string>& words, int waitMs) {
     ReplayOptions options;
     options.waitMs = waitMs;
@@ -163,6 +171,10 @@ int ReplayFile(const std::vector<std::string>& words, int waitMs) {
             options.maxSleepMs = ms;
         } else if (words[i] == "--fast") {
             options.fast = true;
+        } else if (words[i] == "--speed") {
+            if (++i == words.size() || !ParseSpeed(words[i], &options.speed)) {
+                return Usage("--speed takes a factor above 0, such as 0.5 or 10");
+            }
         } else if (words[i] == "--skip-as") {
             options.skipOtherUids = true;
         } else {

@@ -1,7 +1,9 @@
 // Feeds arbitrary text to the tools' trace parser as a trace file. A trace it
 // accepts holds only calls whose arguments fit their operation, sleeps
 // within the bound, in the order of their lines; one it refuses names the
-// file and the line.
+// file and the line. Each call it reads, and a call of every operation with
+// the input as its texts, written as the service's capture writes calls,
+// reads back as the same call.
 #include <stddef.h>
 #include <stdint.h>
 
@@ -45,10 +47,55 @@ bool WellFormed(const vymm::TraceStep& step) {
     return false;
 }
 
+bool SameCall(const vymm::TraceStep& step, const vymm::Operation& op,
+              const std::vector<vymm::TypedArg>& args) {
+    if (step.kind != vymm::TraceStep::CALL || step.op != &op || step.args.size() != args.size()) {
+        return false;
+    }
+    for (size_t i = 0; i < args.size(); ++i) {
+        const vymm::TypedArg& read = step.args[i];
+        if (read.type != args[i].type || read.number != args[i].number ||
+            read.text != args[i].text) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void CheckRoundTrip(const vymm::Operation& op, const std::vector<vymm::TypedArg>& args) {
+    std::istringstream in(vymm::FormatCall(op, args) + "\n");
+    std::vector<vymm::TraceStep> steps;
+    std::string error;
+    if (!vymm::ParseTrace(in, "capture", &steps, &error) || steps.size() != 1 ||
+        !SameCall(steps[0], op, args)) {
+        __builtin_trap();
+    }
+}
+
+// Every operation called with text in each string (null for a C string
+// when text is empty) and number in each integer.
+void CheckEveryOperationWith(const std::string& text, int32_t number) {
+    for (const vymm::Operation& op : vymm::Operations()) {
+        std::vector<vymm::TypedArg> args;
+        for (const vymm::Param& param : op.params) {
+            if (param.kind == vymm::ParamKind::INT) {
+                args.push_back({vymm::TypedArg::I32, number, {}});
+            } else if (param.kind == vymm::ParamKind::C_STRING && text.empty()) {
+                args.push_back({vymm::TypedArg::NUL, 0, {}});
+            } else {
+                args.push_back({vymm::TypedArg::S8, 0, text});
+            }
+        }
+        CheckRoundTrip(op, args);
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    std::istringstream in(std::string(reinterpret_cast<const char*>(data), size));
+    const std::string text(reinterpret_cast<const char*>(data), size);
+    CheckEveryOperationWith(text, -static_cast<int32_t>(size));
+    std::istringstream in(text);
     std::vector<vymm::TraceStep> steps;
     std::string error;
     if (!vymm::ParseTrace(in, "fuzz", &steps, &error)) {
@@ -61,6 +108,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (const vymm::TraceStep& step : steps) {
         if (step.line <= line || !WellFormed(step)) {
             __builtin_trap();
+        }
+        if (step.kind == vymm::TraceStep::CALL) {
+            CheckRoundTrip(*step.op, step.args);
         }
         line = step.line;
     }
