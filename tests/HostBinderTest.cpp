@@ -252,8 +252,8 @@ TEST(BinderLifecycleTest, OfPublishersRacingForANameExactlyOneWins) {
     ASSERT_EQ(pipe2(start, O_CLOEXEC), 0);
     const base::unique_fd go(start[1]);
     const base::unique_fd wait(start[0]);
-    PeerProcess first(wait.get());
-    PeerProcess second(wait.get());
+    PeerProcess first({}, wait.get());
+    PeerProcess second({}, wait.get());
     const std::string await = "await " + std::to_string(wait.get()) + "\n";
     const std::string won = std::to_string(NO_ERROR);
     const std::string lost = std::to_string(ALREADY_EXISTS);

@@ -52,7 +52,7 @@ TEST_F(BinderIdentityTest, PassedConnectionCarriesItsHoldersIdentity) {
     ASSERT_TRUE(SendHeader(conn.get(), Request(EchoBinder::ECHO)));
     EXPECT_EQ(ReadReply(conn.get()),
               "0 " + std::to_string(getuid()) + " " + std::to_string(getpid()));
-    PeerProcess holder(conn.get());
+    PeerProcess holder({}, conn.get());
     const bool root = geteuid() == 0;
     if (root) {
         ASSERT_EQ(holder.Ask("uid " + std::to_string(kOtherUid)), "ok");

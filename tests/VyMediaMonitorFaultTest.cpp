@@ -24,7 +24,7 @@
 #include <binder/ProcessState.h>
 #include <gtest/gtest.h>
 
-#include "support/ClientProcess.h"
+#include "support/PeerProcess.h"
 #include "support/ServiceFixture.h"
 
 using namespace android;
@@ -176,9 +176,8 @@ protected:
 
     // A client of a few calls gets through.
     void ExpectServed() {
-        ClientProcess client(std::string(BINDER_STRESS_CLIENT) + " load " + kServiceName +
-                             " - 1 16");
-        const ClientRun run = client.Finish();
+        PeerProcess client({"load", kServiceName, "-", "1", "16"});
+        const PeerRun run = client.Finish();
         EXPECT_EQ(run.status, 0) << run.output;
         EXPECT_TRUE(mService->Drain(mLog));
     }
@@ -192,8 +191,8 @@ protected:
 
 TEST_F(ServedServiceTest, AClientKilledInTheMiddleOfACallLeavesTheServiceServing) {
     StallingService& service = Serve<StallingService>();
-    ClientProcess client(std::string(BINDER_STRESS_CLIENT) + " stall " + kServiceName);
-    const pid_t pid = atoi(client.ReadLine().c_str());
+    PeerProcess client({"stall", kServiceName});
+    const pid_t pid = atoi(client.Answer().c_str());
     ASSERT_GT(pid, 0);
     ASSERT_EQ(service.entered.get_future().wait_for(kDeadline), std::future_status::ready);
     ASSERT_EQ(kill(pid, SIGKILL), 0);

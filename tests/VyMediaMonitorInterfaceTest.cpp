@@ -10,7 +10,10 @@
 #include <IVyMediaMonitorService.h>
 #include <gtest/gtest.h>
 
-#include "support/ClientProcess.h"
+#include <binder/IServiceManager.h>
+#include <binder/ProcessState.h>
+
+#include "support/PeerProcess.h"
 #include "support/RecordingMonitorService.h"
 #include "support/TestEnv.h"
 
@@ -28,7 +31,11 @@ TEST(MonitorInterfaceTest, ClientCallsArriveInOrderWithTheCallersIdentity) {
     ScopedBinderDir dir;
     const sp<RecordingMonitorService> service = new RecordingMonitorService;
     const bool root = geteuid() == 0;
-    const ClientRun run = RunClientProcess(BINDER_TEST_CLIENT, kName, root ? "1047" : "-", service);
+    PeerProcess client({"client", kName, root ? "1047" : "-"});
+    ASSERT_EQ(defaultServiceManager()->addService(String16(kName), service), NO_ERROR);
+    ProcessState::self()->startThreadPool();
+    const PeerRun run = client.Finish();
+    ProcessState::self()->stopThreadPool();
     ASSERT_EQ(run.status, 0) << run.output;
     const pid_t pid = atoi(run.output.c_str());
     // Writing to the closed pipe once killed us with SIGPIPE.

@@ -16,8 +16,8 @@
 #include <binder/ProcessState.h>
 #include <gtest/gtest.h>
 
-#include "support/ClientProcess.h"
 #include "support/LoadMix.h"
+#include "support/PeerProcess.h"
 #include "support/ServiceFixture.h"
 
 using namespace android;
@@ -94,9 +94,8 @@ protected:
         __android_log_set_minimum_priority(ANDROID_LOG_INFO);
     }
 
-    static std::string LoadCommand(const std::string& user, int threads, int calls) {
-        return std::string(BINDER_STRESS_CLIENT) + " load " + kServiceName + " " + user + " " +
-               std::to_string(threads) + " " + std::to_string(calls);
+    static std::vector<std::string> LoadCommand(const std::string& user, int threads, int calls) {
+        return {"load", kServiceName, user, std::to_string(threads), std::to_string(calls)};
     }
 
     ScopedProperty mCount{"ro.media.bdcount", "1"};
@@ -111,16 +110,16 @@ TEST_F(MonitorLoadTest, EveryKeptCallOfEightBusyClientsIsAccountedFor) {
     const size_t files = CountOpenFiles();
 
     const std::vector<uid_t> uids = ClientUids();
-    std::vector<std::unique_ptr<ClientProcess>> clients;
+    std::vector<std::unique_ptr<PeerProcess>> clients;
     for (const uid_t uid : uids) {
         const std::string user = geteuid() == 0 ? std::to_string(uid) : "-";
-        clients.push_back(std::make_unique<ClientProcess>(
-                LoadCommand(user, kThreadsPerClient, kCallsPerClient), kClientSeconds));
+        clients.push_back(std::make_unique<PeerProcess>(
+                LoadCommand(user, kThreadsPerClient, kCallsPerClient), -1, kClientSeconds * 1000));
     }
     ProcessState::self()->startThreadPool();
     Expected expected;
     for (size_t i = 0; i < clients.size(); ++i) {
-        const ClientRun run = clients[i]->Finish();
+        const PeerRun run = clients[i]->Finish();
         ASSERT_EQ(run.status, 0) << "client " << i << ":\n" << run.output;
         const Counts made = ParseCounts(run.output);
         long calls = 0;
@@ -133,8 +132,8 @@ TEST_F(MonitorLoadTest, EveryKeptCallOfEightBusyClientsIsAccountedFor) {
 
     // The clients' connections close as they end; the service still answers.
     EXPECT_TRUE(Eventually([&] { return CountOpenFiles() == files; }));
-    ClientProcess last(LoadCommand("-", 1, 16));
-    const ClientRun run = last.Finish();
+    PeerProcess last(LoadCommand("-", 1, 16));
+    const PeerRun run = last.Finish();
     ASSERT_EQ(run.status, 0) << run.output;
     expected.Add(ParseCounts(run.output), getuid());
     ProcessState::self()->stopThreadPool();

@@ -9,8 +9,8 @@
 #include <android/log.h>
 #include <gtest/gtest.h>
 
-#include "support/ClientProcess.h"
 #include "support/MonitorHarness.h"
+#include "support/PeerProcess.h"
 #include "support/ServiceFixture.h"
 
 using namespace android;
@@ -28,8 +28,11 @@ protected:
     // Runs the client program (it calls every operation) as uid against
     // service; its pid once it has ended.
     pid_t RunClient(const sp<IBinder>& service, uid_t uid) {
-        const ClientRun run =
-                RunClientProcess(BINDER_TEST_CLIENT, kServiceName, std::to_string(uid), service);
+        PeerProcess client({"client", kServiceName, std::to_string(uid)});
+        EXPECT_EQ(defaultServiceManager()->addService(String16(kServiceName), service), NO_ERROR);
+        ProcessState::self()->startThreadPool();
+        const PeerRun run = client.Finish();
+        ProcessState::self()->stopThreadPool();
         EXPECT_EQ(run.status, 0) << run.output;
         return atoi(run.output.c_str());
     }

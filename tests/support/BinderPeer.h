@@ -1,8 +1,7 @@
 // What the Binder runtime's tests and their peer program, binder_test_peer,
-// share: a service that echoes its caller's identity, and on the test's
-// side a peer process driven one command a line.
+// share: a service that echoes its caller's identity, and frames by hand.
 //
-// The peer's commands, each answered with one line:
+// The peer's commands (PeerProcess without arguments), one answer line each:
 //   get NAME      looks NAME up (getService) for the later calls: "ok" or "null"
 //   calls N       N calls to it at once, one per thread:
 //                 "<answered> <first failure status or 0> <uid> <pid>", the
@@ -42,6 +41,7 @@
 #include <binder/Parcel.h>
 
 #include "Wire.h"
+#include "support/PeerProcess.h"
 
 // Answers its caller's uid and pid. Calls wait while the gate is closed.
 class EchoBinder : public android::BBinder {
@@ -135,50 +135,5 @@ inline std::string ReadReply(int fd) {
     }
     return text;
 }
-
-// What a peer's "calls N" answered; answered is -1 for an answer that is
-// none.
-struct CallsResult {
-    int answered = -1;
-    int failure = 0;
-    int uid = -1;
-    int pid = -1;
-};
-
-// A binder_test_peer process for the scope, its standard input and output
-// on pipes; ended at the end of the scope. Lines of its log ("log: ...")
-// are not answers: Ask() skips them.
-class PeerProcess {
-public:
-    // inheritFd, when set, stays open in the peer at the same number.
-    explicit PeerProcess(int inheritFd = -1);
-    ~PeerProcess();
-    PeerProcess(const PeerProcess&) = delete;
-    PeerProcess& operator=(const PeerProcess&) = delete;
-
-    pid_t pid() const { return mPid; }
-    // Ends its input: the peer ends once it has done what it was told.
-    void CloseInput();
-    void Send(const std::string& command);
-    // The next answer; "timeout" or "eof" when none comes.
-    std::string Answer();
-    std::string Ask(const std::string& command) {
-        Send(command);
-        return Answer();
-    }
-    // Reads lines until one contains text; false at the deadline or end.
-    bool WaitForLine(const std::string& text);
-    CallsResult Calls(int count) { return ParseCalls(Ask("calls " + std::to_string(count))); }
-    static CallsResult ParseCalls(const std::string& answer);
-
-private:
-    // The next line, log lines included; "timeout" or "eof" when none.
-    std::string ReadLine();
-
-    pid_t mPid = -1;
-    int mIn = -1;
-    int mOut = -1;
-    std::string mBuffered;
-};
 
 #endif

@@ -1,5 +1,18 @@
-// binder_test_peer: the other process of the Binder runtime's tests, driven
-// one command a line on standard input (see BinderPeer.h).
+// binder_test_peer: the other process of the tests.
+//   binder_test_peer
+//     the Binder runtime's peer, driven one command a line (see BinderPeer.h)
+//   binder_test_peer client SERVICE USER
+//     as USER (a uid, or "-" to keep the user): prints its pid, calls the 21
+//     operations, then MonitorVolumeIndex(thread, call, 0) 50 times on each
+//     of 4 threads, then dumps with "-a" "x y" to standard output and to a
+//     pipe whose reader is closed, printing that dump's status
+//   binder_test_peer load SERVICE USER THREADS CALLS
+//     makes CALLS calls of the load mix from THREADS threads as USER and
+//     prints how many of each kind it made, one "kind count" line each
+//   binder_test_peer stall SERVICE
+//     prints its pid, then dumps the service to a socket it never reads; the
+//     test kills it in the middle of that call
+// The programs exit 0 when every call went through.
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -9,6 +22,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <array>
 #include <atomic>
 #include <iostream>
 #include <sstream>
@@ -22,6 +36,8 @@
 #include "Wire.h"
 #include "support/BinderPeer.h"
 #include "support/ClientUser.h"
+#include "support/LoadMix.h"
+#include "support/RecordingMonitorService.h"
 
 using namespace android;
 
@@ -133,9 +149,111 @@ private:
     std::atomic<int> mConnections{0};
 };
 
+// The proxy and the runtime warn about each call that did not go through.
+std::atomic<int> gWarnings{0};
+
+void CountWarnings(const struct __android_logger_data* data, const char* message) {
+    if (data->priority >= ANDROID_LOG_WARN) {
+        ++gWarnings;
+    }
+    __android_log_stderr_logger(data, message);
+}
+
+sp<IBinder> GetService(const char* name) {
+    return defaultServiceManager()->getService(String16(name));
+}
+
+int Client(const sp<IBinder>& binder) {
+    dprintf(STDOUT_FILENO, "%d\n", getpid());
+    const sp<IVyMediaMonitorService> service = interface_cast<IVyMediaMonitorService>(binder);
+    CallEveryOperation(service.get());
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&service, t] {
+            for (int i = 0; i < 50; ++i) {
+                service->MonitorVolumeIndex(t, i, 0);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    Vector<String16> args;
+    args.add(String16("-a"));
+    args.add(String16("x y"));
+    int fds[2];
+    if (binder->dump(STDOUT_FILENO, args) != NO_ERROR || pipe(fds) != 0) {
+        return 1;
+    }
+    close(fds[0]);
+    printf("%d\n", binder->dump(fds[1], args));
+    return binder->isBinderAlive() ? 0 : 1;
+}
+
+int Load(const sp<IBinder>& binder, int threads, int calls) {
+    const sp<IVyMediaMonitorService> service = interface_cast<IVyMediaMonitorService>(binder);
+    std::vector<std::array<long, LOAD_KINDS>> made(threads);
+    std::vector<std::thread> workers;
+    for (int t = 0; t < threads; ++t) {
+        made[t].fill(0);
+        workers.emplace_back([&service, &made, threads, calls, t] {
+            for (int call = t; call < calls; call += threads) {
+                ++made[t][MakeMixedCall(service.get(), t, call)];
+            }
+        });
+    }
+    for (std::thread& worker : workers) {
+        worker.join();
+    }
+    for (int kind = 0; kind < LOAD_KINDS; ++kind) {
+        long total = 0;
+        for (const auto& counts : made) {
+            total += counts[kind];
+        }
+        printf("%s %ld\n", kLoadKindNames[kind], total);
+    }
+    return gWarnings == 0 && binder->isBinderAlive() ? 0 : 1;
+}
+
+int Stall(const sp<IBinder>& binder) {
+    int fds[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0) {
+        return 4;
+    }
+    printf("%d\n", getpid());
+    fflush(stdout);
+    binder->dump(fds[0], Vector<String16>());
+    return 1;  // the test was to kill us first
+}
+
+// One of the programs of the monitor service's tests.
+int RunProgram(int argc, char** argv) {
+    const std::string program = argv[1];
+    const bool client = argc == 4 && program == "client";
+    const bool load = argc == 6 && program == "load";
+    if (!client && !load && !(argc == 3 && program == "stall")) {
+        return 2;
+    }
+    __android_log_set_logger(CountWarnings);
+    if (argc > 3 && !BecomeUser(argv[3])) {
+        return 3;
+    }
+    const sp<IBinder> binder = GetService(argv[2]);
+    if (binder == nullptr) {
+        return 4;
+    }
+    if (client) {
+        return Client(binder);
+    }
+    return load ? Load(binder, std::max(1, atoi(argv[4])), atoi(argv[5])) : Stall(binder);
+}
+
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+    if (argc > 1) {
+        return RunProgram(argc, argv);
+    }
     sp<IBinder> binder;
     std::vector<int> inotifyInstances;
     Churn churn;

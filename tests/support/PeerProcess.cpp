@@ -1,27 +1,26 @@
-#include "support/BinderPeer.h"
+#include "support/PeerProcess.h"
 
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdio.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <stdexcept>
 
-namespace {
-
-// How long a peer may take to answer, or to end once its input ends.
-constexpr int kDeadlineMs = 20000;
-
-}  // namespace
-
-PeerProcess::PeerProcess(int inheritFd) {
+PeerProcess::PeerProcess(const std::vector<std::string>& args, int inheritFd, int deadlineMs)
+    : mDeadlineMs(deadlineMs) {
     int in[2];
     int out[2];
     if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) {
         throw std::runtime_error("pipe failed");
     }
-    const char* const argv[] = {BINDER_TEST_PEER, nullptr};
+    std::vector<char*> argv = {const_cast<char*>(BINDER_TEST_PEER)};
+    for (const std::string& arg : args) {
+        argv.push_back(const_cast<char*>(arg.c_str()));
+    }
+    argv.push_back(nullptr);
     mPid = fork();
     if (mPid == 0) {
         // Only async-signal-safe calls: the parent may run threads.
@@ -30,7 +29,7 @@ PeerProcess::PeerProcess(int inheritFd) {
         if (inheritFd >= 0) {
             fcntl(inheritFd, F_SETFD, 0);
         }
-        execv(argv[0], const_cast<char* const*>(argv));
+        execv(argv[0], argv.data());
         _exit(127);
     }
     close(in[0]);
@@ -43,12 +42,25 @@ PeerProcess::PeerProcess(int inheritFd) {
 }
 
 PeerProcess::~PeerProcess() {
+    if (mPid > 0) {
+        Finish();
+    }
+}
+
+PeerRun PeerProcess::Finish() {
     CloseInput();
+    PeerRun run{"", -1};
     for (std::string line = ReadLine(); line != "eof" && line != "timeout"; line = ReadLine()) {
+        run.output += line + "\n";
     }
     close(mOut);
     kill(mPid, SIGKILL);  // in case it did not end
-    waitpid(mPid, nullptr, 0);
+    int status = 0;
+    if (waitpid(mPid, &status, 0) == mPid && WIFEXITED(status)) {
+        run.status = WEXITSTATUS(status);
+    }
+    mPid = -1;
+    return run;
 }
 
 void PeerProcess::CloseInput() {
@@ -104,7 +116,7 @@ std::string PeerProcess::ReadLine() {
             return line;
         }
         pollfd pfd = {mOut, POLLIN, 0};
-        if (poll(&pfd, 1, kDeadlineMs) <= 0) {
+        if (poll(&pfd, 1, mDeadlineMs) <= 0) {
             return "timeout";
         }
         char chunk[4096];
