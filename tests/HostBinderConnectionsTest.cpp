@@ -24,42 +24,42 @@ constexpr int kIdleClients = BinderPool::MAX_CONNECTIONS / 4;
 struct Peers {
     explicit Peers(int count) {
         for (int i = 0; i < count; ++i) {
-            all.push_back(std::make_unique<PeerProcess>());
+            all.push_back(std::make_unique<ChildProcess>(Peer()));
         }
     }
     ~Peers() {
-        for (const std::unique_ptr<PeerProcess>& peer : all) {
+        for (const std::unique_ptr<ChildProcess>& peer : all) {
             peer->CloseInput();
         }
     }
 
-    std::vector<std::unique_ptr<PeerProcess>> all;
+    std::vector<std::unique_ptr<ChildProcess>> all;
 };
 
 using BinderConnectionsTest = EchoServiceTest;
 
 TEST_F(BinderConnectionsTest, IdleClientsDoNotLockOutANewOne) {
     const Peers idle(kIdleClients);
-    for (const std::unique_ptr<PeerProcess>& peer : idle.all) {
+    for (const std::unique_ptr<ChildProcess>& peer : idle.all) {
         ASSERT_EQ(peer->Ask("get echo"), "ok");
         // Four calls at the gate at once hold four connections.
         mEcho->SetOpen(false);
         peer->Send("calls 4");
         ASSERT_TRUE(mEcho->WaitForWaiting(4));
         mEcho->SetOpen(true);
-        ASSERT_EQ(PeerProcess::ParseCalls(peer->Answer()).answered, 4);
+        ASSERT_EQ(ChildProcess::ParseCalls(peer->Answer()).answered, 4);
     }
-    PeerProcess late;
+    ChildProcess late(Peer());
     EXPECT_EQ(late.Ask("get echo"), "ok");
     EXPECT_EQ(late.Calls(4).answered, 4);
     // Those whose idle connections made room call on as before.
-    for (const std::unique_ptr<PeerProcess>& peer : idle.all) {
+    for (const std::unique_ptr<ChildProcess>& peer : idle.all) {
         EXPECT_EQ(peer->Calls(4).answered, 4);
     }
 }
 
 TEST_F(BinderConnectionsTest, CallsBeyondTheBoundWaitTheirTurn) {
-    PeerProcess client;
+    ChildProcess client(Peer());
     ASSERT_EQ(client.Ask("get echo"), "ok");
     mEcho->SetOpen(false);
     client.Send("calls 80");
@@ -67,33 +67,33 @@ TEST_F(BinderConnectionsTest, CallsBeyondTheBoundWaitTheirTurn) {
     // the connections not yet accepted.
     EXPECT_TRUE(mLog.WaitForContaining(kTag, "connections hold calls: new ones wait"));
     mEcho->SetOpen(true);
-    const CallsResult calls = PeerProcess::ParseCalls(client.Answer());
+    const CallsResult calls = ChildProcess::ParseCalls(client.Answer());
     EXPECT_EQ(calls.answered, 80);
     EXPECT_EQ(calls.failure, NO_ERROR);
 }
 
 TEST_F(BinderConnectionsTest, ConnectCloseLoopLocksNobodyOut) {
-    PeerProcess hostile;
+    ChildProcess hostile(Peer());
     if (geteuid() == 0) {
         ASSERT_EQ(hostile.Ask("uid 1047"), "ok");
     }
     ASSERT_EQ(hostile.Ask("churn echo"), "ok");
     const Peers clients(8);
-    for (const std::unique_ptr<PeerProcess>& client : clients.all) {
+    for (const std::unique_ptr<ChildProcess>& client : clients.all) {
         client->Send("get echo");
     }
-    for (const std::unique_ptr<PeerProcess>& client : clients.all) {
+    for (const std::unique_ptr<ChildProcess>& client : clients.all) {
         EXPECT_EQ(client->Answer(), "ok");
         client->Send("calls 4");
     }
-    for (const std::unique_ptr<PeerProcess>& client : clients.all) {
-        EXPECT_EQ(PeerProcess::ParseCalls(client->Answer()).answered, 4);
+    for (const std::unique_ptr<ChildProcess>& client : clients.all) {
+        EXPECT_EQ(ChildProcess::ParseCalls(client->Answer()).answered, 4);
     }
     EXPECT_GE(std::stoi(hostile.Ask("stop")), 100);
 }
 
 TEST_F(BinderConnectionsTest, ProxyOutlivesRestartsAndDescriptorShortageNotItsService) {
-    PeerProcess client;
+    ChildProcess client(Peer());
     ASSERT_EQ(client.Ask("get echo"), "ok");
     ASSERT_EQ(client.Ask("log"), "ok");
     EXPECT_EQ(client.Calls(1).answered, 1);
@@ -110,7 +110,7 @@ TEST_F(BinderConnectionsTest, ProxyOutlivesRestartsAndDescriptorShortageNotItsSe
     ASSERT_TRUE(mEcho->WaitForWaiting(1));
     ASSERT_TRUE(client.WaitForLine(strerror(EMFILE)));
     mEcho->SetOpen(true);
-    EXPECT_EQ(PeerProcess::ParseCalls(client.Answer()).answered, 2);
+    EXPECT_EQ(ChildProcess::ParseCalls(client.Answer()).answered, 2);
     ASSERT_EQ(client.Ask("nofile max"), "ok");
     EXPECT_EQ(client.Calls(4).answered, 4);
 

@@ -252,8 +252,8 @@ TEST(BinderLifecycleTest, OfPublishersRacingForANameExactlyOneWins) {
     ASSERT_EQ(pipe2(start, O_CLOEXEC), 0);
     const base::unique_fd go(start[1]);
     const base::unique_fd wait(start[0]);
-    PeerProcess first({}, wait.get());
-    PeerProcess second({}, wait.get());
+    ChildProcess first(Peer(), wait.get());
+    ChildProcess second(Peer(), wait.get());
     const std::string await = "await " + std::to_string(wait.get()) + "\n";
     const std::string won = std::to_string(NO_ERROR);
     const std::string lost = std::to_string(ALREADY_EXISTS);
@@ -273,7 +273,7 @@ TEST(BinderLifecycleTest, OfPublishersRacingForANameExactlyOneWins) {
 // still has them after using, and dropping, the proxy it inherited.
 TEST(BinderLifecycleTest, ForkedChildKeepsItsOwnDescriptors) {
     ScopedBinderDir dir;
-    PeerProcess service;
+    ChildProcess service(Peer());
     ASSERT_EQ(service.Ask("publish echo"), "0");
     const std::set<int> before = OpenFds();
     sp<IBinder> proxy = defaultServiceManager()->getService(String16("echo"));
@@ -335,7 +335,7 @@ TEST(BinderLifecycleTest, StartedPoolHasAThreadEvenWithAMaximumOfNone) {
 // The client has used up its user's inotify instances before it looks.
 TEST(BinderLifecycleTest, GetServiceWaitsForAServiceEvenWithoutInotify) {
     ScopedBinderDir dir;
-    PeerProcess client;
+    ChildProcess client(Peer());
     ASSERT_EQ(client.Ask("log"), "ok");
     const std::string exhausted = client.Ask("noinotify");
     ASSERT_EQ(exhausted.substr(exhausted.find(' ') + 1), std::to_string(EMFILE)) << exhausted;

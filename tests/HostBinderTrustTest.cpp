@@ -33,7 +33,7 @@ TEST_F(BinderIdentityTest, CallerThatDropsItsUidIsSeenWithTheNewOne) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "dropping to another uid needs root";
     }
-    PeerProcess client;
+    ChildProcess client(Peer());
     ASSERT_EQ(client.Ask("get echo"), "ok");
     const CallsResult asRoot = client.Calls(1);
     EXPECT_EQ(asRoot.uid, 0);
@@ -52,7 +52,7 @@ TEST_F(BinderIdentityTest, PassedConnectionCarriesItsHoldersIdentity) {
     ASSERT_TRUE(SendHeader(conn.get(), Request(EchoBinder::ECHO)));
     EXPECT_EQ(ReadReply(conn.get()),
               "0 " + std::to_string(getuid()) + " " + std::to_string(getpid()));
-    PeerProcess holder({}, conn.get());
+    ChildProcess holder(Peer(), conn.get());
     const bool root = geteuid() == 0;
     if (root) {
         ASSERT_EQ(holder.Ask("uid " + std::to_string(kOtherUid)), "ok");
@@ -131,7 +131,7 @@ TEST(RuntimeFolderTest, OnlyPublishingCreatesTheFolder) {
 // The client holds a proxy; then its folder is moved away, and another with
 // a socket of the same name put in its place.
 TEST_F(BinderIdentityTest, ProxyGoesOnUsingTheFolderItChecked) {
-    PeerProcess client;
+    ChildProcess client(Peer());
     ASSERT_EQ(client.Ask("get echo"), "ok");
     EXPECT_EQ(client.Calls(1).answered, 1);
     const std::string moved = mDir.path() + ".moved";
@@ -163,7 +163,7 @@ TEST(RuntimeFolderTest, DefaultFolderUnderTmpServesOtherProcesses) {
     const sp<EchoBinder> echo = new EchoBinder;
     ASSERT_EQ(sm->addService(String16(name.c_str()), echo), NO_ERROR);
     ProcessState::self()->startThreadPool();
-    PeerProcess client;
+    ChildProcess client(Peer());
     EXPECT_EQ(client.Ask("get " + name), "ok");
     EXPECT_EQ(client.Calls(1).answered, 1);
     // Removed, it is gone for its clients and from the folder.

@@ -1,15 +1,11 @@
 // vymm-host and vymm as a user runs them: a host in a temporary root with
 // its own runtime folder, a trace replayed into it, its dump, SIGTERM, and
 // what it recorded and uploaded. Every wait has a deadline.
-#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/inotify.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -17,111 +13,20 @@
 
 #include <gtest/gtest.h>
 
+#include "support/ChildProcess.h"
 #include "support/TestEnv.h"
 #include "tools/EventLog.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+constexpr int kDeadlineMs = 60000;
 
-constexpr auto kDeadline = std::chrono::seconds(60);
-
-int MillisLeft(Clock::time_point deadline) {
-    using std::chrono::milliseconds;
-    const auto left = std::chrono::duration_cast<milliseconds>(deadline - Clock::now());
-    return left.count() > 0 ? static_cast<int>(left.count()) : 0;
-}
-
-// A program run with its standard output and error on one pipe; killed if
-// the test leaves it running.
-class Process {
-public:
-    explicit Process(std::vector<std::string> argv) : mDeadline(Clock::now() + kDeadline) {
-        int fds[2];
-        if (pipe2(fds, O_CLOEXEC) != 0) {
-            return;
-        }
-        mPid = fork();
-        if (mPid == 0) {
-            dup2(fds[1], STDOUT_FILENO);
-            dup2(fds[1], STDERR_FILENO);
-            std::vector<char*> args;
-            for (std::string& arg : argv) {
-                args.push_back(arg.data());
-            }
-            args.push_back(nullptr);
-            execv(args[0], args.data());
-            _exit(127);
-        }
-        close(fds[1]);
-        mOut = fds[0];
-        mPidFd = static_cast<int>(syscall(SYS_pidfd_open, mPid, 0));
-    }
-
-    ~Process() {
-        if (mPid > 0 && !mReaped) {
-            kill(mPid, SIGKILL);
-            waitpid(mPid, nullptr, 0);
-        }
-        close(mOut);
-        close(mPidFd);
-    }
-
-    pid_t pid() const { return mPid; }
-    const std::string& output() const { return mOutput; }
-
-    // Reads until the output holds text, the pipe closes or the deadline.
-    bool WaitForOutput(const std::string& text) {
-        while (mOutput.find(text) == std::string::npos) {
-            if (!ReadSome()) {
-                return false;
-            }
-        }
-        return true;
-    }
-
-    // The exit status once the process ended, or -1 at the deadline.
-    int Wait() {
-        while (ReadSome()) {
-        }
-        pollfd exited = {mPidFd, POLLIN, 0};
-        int status = 0;
-        if (poll(&exited, 1, MillisLeft(mDeadline)) != 1 || waitpid(mPid, &status, 0) != mPid) {
-            return -1;
-        }
-        mReaped = true;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
-
-private:
-    // False at the end of the output or at the deadline.
-    bool ReadSome() {
-        pollfd readable = {mOut, POLLIN, 0};
-        char buffer[4096];
-        if (poll(&readable, 1, MillisLeft(mDeadline)) != 1) {
-            return false;
-        }
-        const ssize_t n = read(mOut, buffer, sizeof(buffer));
-        if (n <= 0) {
-            return false;
-        }
-        mOutput.append(buffer, static_cast<size_t>(n));
-        return true;
-    }
-
-    const Clock::time_point mDeadline;
-    pid_t mPid = -1;
-    int mOut = -1;
-    int mPidFd = -1;
-    bool mReaped = false;
-    std::string mOutput;
-};
-
-// Runs a tool to its end: "status|output".
-std::string RunTool(std::vector<std::string> argv) {
-    Process process(std::move(argv));
-    const int status = process.Wait();
-    return std::to_string(status) + "|" + process.output();
+// Runs a tool, its standard output and error on one pipe, to its end:
+// "status|output".
+std::string RunTool(const std::vector<std::string>& argv) {
+    ChildProcess tool(argv, -1, kDeadlineMs, true);
+    const int status = tool.Finish();
+    return std::to_string(status) + "|" + tool.output();
 }
 
 void WriteFile(const std::string& path, const std::string& text) {
@@ -145,16 +50,16 @@ bool Contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
 
-// Waits on its folder's change notices until the uploads in file hold text.
+// Waits on its folder's change notices until the uploads in file hold text;
+// false when none comes for the deadline.
 bool WaitForUpload(const std::string& file, const std::string& text) {
-    const Clock::time_point deadline = Clock::now() + kDeadline;
     const int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
     const std::string folder = file.substr(0, file.rfind('/'));
     inotify_add_watch(watch, folder.c_str(), IN_CREATE | IN_MODIFY);
     bool found = false;
     while (!(found = Contains(Uploads(file), text))) {
         pollfd changed = {watch, POLLIN, 0};
-        if (poll(&changed, 1, MillisLeft(deadline)) != 1) {
+        if (poll(&changed, 1, kDeadlineMs) != 1) {
             break;
         }
         char notices[4096];
@@ -184,9 +89,10 @@ TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {
               "as 0\n"
               "WriteBigData i32 916600040 s8 a2dp i32 0 i32 95\n");
 
-    Process host({VYMM_HOST, "--root", root.path(), "--props", "test.prop", "-p",
-                  "ro.media.bdcount=2", "-p", "ro.media.bdcount=1"});
-    ASSERT_TRUE(host.WaitForOutput("vymm-host: serving Vymedia.monitor")) << host.output();
+    ChildProcess host({VYMM_HOST, "--root", root.path(), "--props", "test.prop", "-p",
+                       "ro.media.bdcount=2", "-p", "ro.media.bdcount=1"},
+                      -1, kDeadlineMs, true);
+    ASSERT_TRUE(host.WaitForLine("vymm-host: serving Vymedia.monitor")) << host.output();
     const std::string second = RunTool({VYMM_HOST, "--root", root.path()});
     EXPECT_EQ(second.rfind("1|", 0), 0u) << second;
     EXPECT_TRUE(Contains(second, "already served in the runtime folder " + binderDir.path()));
@@ -209,7 +115,7 @@ TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {
     EXPECT_TRUE(Contains(dump, "bigData Count Record Begin")) << "-p: the last one wins";
 
     ASSERT_EQ(kill(host.pid(), SIGTERM), 0);
-    EXPECT_EQ(host.Wait(), 0) << host.output();
+    EXPECT_EQ(host.Finish(), 0) << host.output();
     const std::string gone = RunTool({VYMM, "call", "1", "i32", "0"});
     EXPECT_EQ(gone.rfind("1|", 0), 0u) << gone;
     EXPECT_TRUE(Contains(gone, "runtime folder " + binderDir.path())) << gone;

@@ -24,7 +24,7 @@
 #include <binder/ProcessState.h>
 #include <gtest/gtest.h>
 
-#include "support/PeerProcess.h"
+#include "support/ChildProcess.h"
 #include "support/ServiceFixture.h"
 
 using namespace android;
@@ -176,9 +176,8 @@ protected:
 
     // A client of a few calls gets through.
     void ExpectServed() {
-        PeerProcess client({"load", kServiceName, "-", "1", "16"});
-        const PeerRun run = client.Finish();
-        EXPECT_EQ(run.status, 0) << run.output;
+        ChildProcess client(Peer({"load", kServiceName, "-", "1", "16"}));
+        EXPECT_EQ(client.Finish(), 0) << client.output();
         EXPECT_TRUE(mService->Drain(mLog));
     }
 
@@ -191,12 +190,12 @@ protected:
 
 TEST_F(ServedServiceTest, AClientKilledInTheMiddleOfACallLeavesTheServiceServing) {
     StallingService& service = Serve<StallingService>();
-    PeerProcess client({"stall", kServiceName});
+    ChildProcess client(Peer({"stall", kServiceName}));
     const pid_t pid = atoi(client.Answer().c_str());
     ASSERT_GT(pid, 0);
     ASSERT_EQ(service.entered.get_future().wait_for(kDeadline), std::future_status::ready);
     ASSERT_EQ(kill(pid, SIGKILL), 0);
-    EXPECT_NE(client.Finish().status, 0);
+    EXPECT_NE(client.Finish(), 0);
     // The dump goes on writing to the socket of a dead client.
     service.release.set_value();
     EXPECT_TRUE(FilesBackWhereTheyWere());

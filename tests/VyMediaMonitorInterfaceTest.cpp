@@ -13,7 +13,7 @@
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
 
-#include "support/PeerProcess.h"
+#include "support/ChildProcess.h"
 #include "support/RecordingMonitorService.h"
 #include "support/TestEnv.h"
 
@@ -31,15 +31,15 @@ TEST(MonitorInterfaceTest, ClientCallsArriveInOrderWithTheCallersIdentity) {
     ScopedBinderDir dir;
     const sp<RecordingMonitorService> service = new RecordingMonitorService;
     const bool root = geteuid() == 0;
-    PeerProcess client({"client", kName, root ? "1047" : "-"});
+    ChildProcess client(Peer({"client", kName, root ? "1047" : "-"}));
     ASSERT_EQ(defaultServiceManager()->addService(String16(kName), service), NO_ERROR);
     ProcessState::self()->startThreadPool();
-    const PeerRun run = client.Finish();
+    const int status = client.Finish();
     ProcessState::self()->stopThreadPool();
-    ASSERT_EQ(run.status, 0) << run.output;
-    const pid_t pid = atoi(run.output.c_str());
+    ASSERT_EQ(status, 0) << client.output();
+    const pid_t pid = client.pid();
     // Writing to the closed pipe once killed us with SIGPIPE.
-    EXPECT_EQ(run.output, std::to_string(pid) + "\ndump(-a,x y)\n" + std::to_string(-EPIPE) + "\n");
+    EXPECT_EQ(client.output(), std::to_string(pid) + "\ndump(-a,x y)\n" + std::to_string(-EPIPE) + "\n");
 
     // The same calls made directly, without the interface.
     const sp<RecordingMonitorService> direct = new RecordingMonitorService;

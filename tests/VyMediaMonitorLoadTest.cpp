@@ -17,7 +17,7 @@
 #include <gtest/gtest.h>
 
 #include "support/LoadMix.h"
-#include "support/PeerProcess.h"
+#include "support/ChildProcess.h"
 #include "support/ServiceFixture.h"
 
 using namespace android;
@@ -95,7 +95,7 @@ protected:
     }
 
     static std::vector<std::string> LoadCommand(const std::string& user, int threads, int calls) {
-        return {"load", kServiceName, user, std::to_string(threads), std::to_string(calls)};
+        return Peer({"load", kServiceName, user, std::to_string(threads), std::to_string(calls)});
     }
 
     ScopedProperty mCount{"ro.media.bdcount", "1"};
@@ -110,32 +110,30 @@ TEST_F(MonitorLoadTest, EveryKeptCallOfEightBusyClientsIsAccountedFor) {
     const size_t files = CountOpenFiles();
 
     const std::vector<uid_t> uids = ClientUids();
-    std::vector<std::unique_ptr<PeerProcess>> clients;
+    std::vector<std::unique_ptr<ChildProcess>> clients;
     for (const uid_t uid : uids) {
         const std::string user = geteuid() == 0 ? std::to_string(uid) : "-";
-        clients.push_back(std::make_unique<PeerProcess>(
+        clients.push_back(std::make_unique<ChildProcess>(
                 LoadCommand(user, kThreadsPerClient, kCallsPerClient), -1, kClientSeconds * 1000));
     }
     ProcessState::self()->startThreadPool();
     Expected expected;
     for (size_t i = 0; i < clients.size(); ++i) {
-        const PeerRun run = clients[i]->Finish();
-        ASSERT_EQ(run.status, 0) << "client " << i << ":\n" << run.output;
-        const Counts made = ParseCounts(run.output);
+        ASSERT_EQ(clients[i]->Finish(), 0) << "client " << i << ":\n" << clients[i]->output();
+        const Counts made = ParseCounts(clients[i]->output());
         long calls = 0;
         for (const long count : made) {
             calls += count;
         }
-        EXPECT_EQ(calls, kCallsPerClient) << run.output;
+        EXPECT_EQ(calls, kCallsPerClient) << clients[i]->output();
         expected.Add(made, uids[i]);
     }
 
     // The clients' connections close as they end; the service still answers.
     EXPECT_TRUE(Eventually([&] { return CountOpenFiles() == files; }));
-    PeerProcess last(LoadCommand("-", 1, 16));
-    const PeerRun run = last.Finish();
-    ASSERT_EQ(run.status, 0) << run.output;
-    expected.Add(ParseCounts(run.output), getuid());
+    ChildProcess last(LoadCommand("-", 1, 16));
+    ASSERT_EQ(last.Finish(), 0) << last.output();
+    expected.Add(ParseCounts(last.output()), getuid());
     ProcessState::self()->stopThreadPool();
     EXPECT_EQ(CountThreads(), threads);
     EXPECT_EQ(CountOpenFiles(), files);

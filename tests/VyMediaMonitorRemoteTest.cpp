@@ -10,7 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "support/MonitorHarness.h"
-#include "support/PeerProcess.h"
+#include "support/ChildProcess.h"
 #include "support/ServiceFixture.h"
 
 using namespace android;
@@ -28,13 +28,13 @@ protected:
     // Runs the client program (it calls every operation) as uid against
     // service; its pid once it has ended.
     pid_t RunClient(const sp<IBinder>& service, uid_t uid) {
-        PeerProcess client({"client", kServiceName, std::to_string(uid)});
+        ChildProcess client(Peer({"client", kServiceName, std::to_string(uid)}));
         EXPECT_EQ(defaultServiceManager()->addService(String16(kServiceName), service), NO_ERROR);
         ProcessState::self()->startThreadPool();
-        const PeerRun run = client.Finish();
+        const int status = client.Finish();
         ProcessState::self()->stopThreadPool();
-        EXPECT_EQ(run.status, 0) << run.output;
-        return atoi(run.output.c_str());
+        EXPECT_EQ(status, 0) << client.output();
+        return client.pid();
     }
 };
 

@@ -1,7 +1,7 @@
 // What the Binder runtime's tests and their peer program, binder_test_peer,
 // share: a service that echoes its caller's identity, and frames by hand.
 //
-// The peer's commands (PeerProcess without arguments), one answer line each:
+// The peer's commands (Peer() without arguments), one answer line each:
 //   get NAME      looks NAME up (getService) for the later calls: "ok" or "null"
 //   calls N       N calls to it at once, one per thread:
 //                 "<answered> <first failure status or 0> <uid> <pid>", the
@@ -41,7 +41,7 @@
 #include <binder/Parcel.h>
 
 #include "Wire.h"
-#include "support/PeerProcess.h"
+#include "support/ChildProcess.h"
 
 // Answers its caller's uid and pid. Calls wait while the gate is closed.
 class EchoBinder : public android::BBinder {

@@ -1,4 +1,4 @@
-#include "support/PeerProcess.h"
+#include "support/ChildProcess.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -9,14 +9,21 @@
 
 #include <stdexcept>
 
-PeerProcess::PeerProcess(const std::vector<std::string>& args, int inheritFd, int deadlineMs)
+std::vector<std::string> Peer(const std::vector<std::string>& args) {
+    std::vector<std::string> argv = {BINDER_TEST_PEER};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return argv;
+}
+
+ChildProcess::ChildProcess(const std::vector<std::string>& args, int inheritFd, int deadlineMs,
+                           bool withStderr)
     : mDeadlineMs(deadlineMs) {
     int in[2];
     int out[2];
     if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) {
         throw std::runtime_error("pipe failed");
     }
-    std::vector<char*> argv = {const_cast<char*>(BINDER_TEST_PEER)};
+    std::vector<char*> argv;
     for (const std::string& arg : args) {
         argv.push_back(const_cast<char*>(arg.c_str()));
     }
@@ -26,6 +33,9 @@ PeerProcess::PeerProcess(const std::vector<std::string>& args, int inheritFd, in
         // Only async-signal-safe calls: the parent may run threads.
         dup2(in[0], STDIN_FILENO);
         dup2(out[1], STDOUT_FILENO);
+        if (withStderr) {
+            dup2(out[1], STDERR_FILENO);
+        }
         if (inheritFd >= 0) {
             fcntl(inheritFd, F_SETFD, 0);
         }
@@ -41,43 +51,45 @@ PeerProcess::PeerProcess(const std::vector<std::string>& args, int inheritFd, in
     }
 }
 
-PeerProcess::~PeerProcess() {
-    if (mPid > 0) {
+ChildProcess::~ChildProcess() {
+    if (mPid > 0 && !mReaped) {
         Finish();
     }
 }
 
-PeerRun PeerProcess::Finish() {
+int ChildProcess::Finish() {
     CloseInput();
-    PeerRun run{"", -1};
-    for (std::string line = ReadLine(); line != "eof" && line != "timeout"; line = ReadLine()) {
-        run.output += line + "\n";
-    }
+    std::string line;
+    do {
+        line = ReadLine();
+    } while (line != "eof" && line != "timeout");
     close(mOut);
-    kill(mPid, SIGKILL);  // in case it did not end
-    int status = 0;
-    if (waitpid(mPid, &status, 0) == mPid && WIFEXITED(status)) {
-        run.status = WEXITSTATUS(status);
+    if (line == "timeout") {
+        kill(mPid, SIGKILL);
     }
-    mPid = -1;
-    return run;
+    int status = 0;
+    mReaped = waitpid(mPid, &status, 0) == mPid;
+    if (!mReaped || line == "timeout") {
+        return -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-void PeerProcess::CloseInput() {
+void ChildProcess::CloseInput() {
     if (mIn >= 0) {
         close(mIn);
         mIn = -1;
     }
 }
 
-void PeerProcess::Send(const std::string& command) {
+void ChildProcess::Send(const std::string& command) {
     const std::string line = command + "\n";
     if (write(mIn, line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
         throw std::runtime_error("the peer does not read its input");
     }
 }
 
-std::string PeerProcess::Answer() {
+std::string ChildProcess::Answer() {
     for (;;) {
         std::string line = ReadLine();
         if (line.rfind("log: ", 0) != 0) {
@@ -86,7 +98,7 @@ std::string PeerProcess::Answer() {
     }
 }
 
-bool PeerProcess::WaitForLine(const std::string& text) {
+bool ChildProcess::WaitForLine(const std::string& text) {
     for (;;) {
         const std::string line = ReadLine();
         if (line == "eof" || line == "timeout") {
@@ -98,7 +110,7 @@ bool PeerProcess::WaitForLine(const std::string& text) {
     }
 }
 
-CallsResult PeerProcess::ParseCalls(const std::string& answer) {
+CallsResult ChildProcess::ParseCalls(const std::string& answer) {
     CallsResult result;
     if (sscanf(answer.c_str(), "%d %d %d %d", &result.answered, &result.failure, &result.uid,
                &result.pid) != 4) {
@@ -107,12 +119,12 @@ CallsResult PeerProcess::ParseCalls(const std::string& answer) {
     return result;
 }
 
-std::string PeerProcess::ReadLine() {
+std::string ChildProcess::ReadLine() {
     for (;;) {
-        const size_t end = mBuffered.find('\n');
+        const size_t end = mOutput.find('\n', mRead);
         if (end != std::string::npos) {
-            std::string line = mBuffered.substr(0, end);
-            mBuffered.erase(0, end + 1);
+            std::string line = mOutput.substr(mRead, end - mRead);
+            mRead = end + 1;
             return line;
         }
         pollfd pfd = {mOut, POLLIN, 0};
@@ -124,6 +136,6 @@ std::string PeerProcess::ReadLine() {
         if (n <= 0) {
             return "eof";
         }
-        mBuffered.append(chunk, static_cast<size_t>(n));
+        mOutput.append(chunk, static_cast<size_t>(n));
     }
 }
