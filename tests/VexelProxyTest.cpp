@@ -66,27 +66,6 @@ TEST_F(VexelProxyAbsent, EveryWrapperFallsBackAndRetriesTheLoad) {
     EXPECT_FALSE(VexelProxy::IsAvailable());
 }
 
-TEST_F(VexelProxyPresent, LoadsOnFirstCallAndSendsWhatWasSet) {
-    EXPECT_FALSE(VexelProxy::IsAvailable()) << "nothing has loaded it yet";
-    VexelEventObj* obj = VexelProxy::VexelCreateEventObj(916019301);
-    ASSERT_NE(obj, nullptr);
-    EXPECT_TRUE(VexelProxy::IsAvailable());
-
-    VexelProxy::VexelSetParamIntegerV2(obj, "Total", 2);
-    VexelProxy::VexelSetParamStringV2(obj, "pkgName", "com.a \"b\"");
-    VexelProxy::VexelSetParamIntegerV2(obj, "Total", 3);  // replaces in place
-    EXPECT_EQ(VexelProxy::VexelSendEvent(obj), 0);
-    VexelProxy::VexelDestroyEventObj(obj);
-    EXPECT_EQ(ReadFile("events.jsonl"),
-              "{\"id\":916019301,\"params\":[{\"name\":\"Total\",\"int\":3},"
-              "{\"name\":\"pkgName\",\"str\":\"com.a \\\"b\\\"\"}]}\n");
-
-    setenv("VEXEL_REJECT_IDS", "5,916019401", 1);
-    EXPECT_EQ(VexelProxy::VexelCreateEventObj(916019401), nullptr);
-    unsetenv("VEXEL_REJECT_IDS");
-    EXPECT_TRUE(mLog.Lines().empty()) << mLog.ToString();
-}
-
 TEST_F(VexelProxyLacking, OnlyTheMissingEntryPointFallsBack) {
     VexelEventObj* obj = VexelProxy::VexelCreateEventObj(3);
     ASSERT_NE(obj, nullptr);

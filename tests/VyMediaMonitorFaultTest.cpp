@@ -76,18 +76,6 @@ protected:
 using ReportingLibraryAbsent = ServiceFaultTest;
 using ReportingLibraryLacking = ServiceFaultTest;
 
-TEST_F(ReportingLibraryAbsent, CallsAreServedAndNothingIsUploaded) {
-    EXPECT_TRUE(UploadThroughTheLibrary().empty());
-    EXPECT_GT(mLog.CountContaining("vexel_proxy", "VexelProxy init failed."), 0u);
-}
-
-TEST_F(ReportingLibraryLacking, UploadsGoOutWithoutTheMissingEntryPoint) {
-    const std::vector<std::string> events = UploadThroughTheLibrary();
-    EXPECT_TRUE(UploadedOnce(events, 901, 1)) << events.size();
-    EXPECT_TRUE(UploadedOnce(events, 902, 1));
-    EXPECT_TRUE(UploadedOnce(events, 903, 400));
-}
-
 // Each send takes 50 ms: the callers queue while the worker uploads.
 TEST_F(ServiceFaultTest, ASlowReportingLibraryLosesNothing) {
     setenv("VEXEL_SEND_DELAY_US", "50000", 1);
@@ -96,52 +84,6 @@ TEST_F(ServiceFaultTest, ASlowReportingLibraryLosesNothing) {
     EXPECT_TRUE(UploadedOnce(events, 901, 1));
     EXPECT_TRUE(UploadedOnce(events, 902, 1));
     EXPECT_TRUE(UploadedOnce(events, 903, 400));
-}
-
-// A removed record file takes no more records until an upload makes it anew;
-// a removed folder, until it is back. Neither stops the worker.
-TEST_F(ServiceFaultTest, FileWritersCarryOnWhenTheirFileOrFolderIsRemoved) {
-    ScopedProperty flow("ro.media.bdflow", "1");
-    ScopedProperty count("ro.media.bdcount", "1");
-    fs::create_directories("data/log");
-    const size_t fds = CountOpenFiles();
-    ServiceProbe& probe = Start();
-    const auto write = [&](const char* text) {
-        probe.Queue(Plain(Service::EVENT_BD_FLOW_MSG, 1, 10000, text));
-        probe.Queue(Plain(Service::EVENT_BD_COUNT_MSG, 1, 20000, text));
-        probe.Queue(Plain(Service::EVENT_BD_WRITE_FILES));
-        ASSERT_TRUE(probe.Drain(mLog)) << text;
-    };
-    const auto upload = [&] {
-        probe.Queue(Plain(Service::EVENT_FORCE_SEND));
-        ASSERT_TRUE(probe.Drain(mLog));
-    };
-
-    write("one");
-    EXPECT_NE(ReadFile(BD_FLOW_FILE).find("one"), std::string::npos);
-    fs::remove(BD_FLOW_FILE);
-    write("two");
-    EXPECT_FALSE(fs::exists(BD_FLOW_FILE));
-    EXPECT_TRUE(fs::exists(BD_COUNT_FILE));
-    upload();
-    write("three");
-    EXPECT_NE(ReadFile(BD_FLOW_FILE).find("three"), std::string::npos);
-
-    fs::remove_all("data/log");
-    write("four");
-    upload();
-    write("five");
-    EXPECT_FALSE(fs::exists("data/log"));
-    fs::create_directories("data/log");
-    upload();
-    write("six");
-    const std::string records = ReadFile(BD_FLOW_FILE);
-    EXPECT_NE(records.find("six"), std::string::npos);
-    EXPECT_EQ(records.find("five"), std::string::npos);
-    EXPECT_NE(ReadFile(BD_COUNT_FILE).find("\t20000:"), std::string::npos);
-    EXPECT_EQ(CountOpenFiles(), fds + 2) << "one record file each";
-    Stop();
-    EXPECT_EQ(CountOpenFiles(), fds);
 }
 
 // Its dump waits, with a deadline, until the test lets it go on.
@@ -200,28 +142,6 @@ TEST_F(ServedServiceTest, AClientKilledInTheMiddleOfACallLeavesTheServiceServing
     service.release.set_value();
     EXPECT_TRUE(FilesBackWhereTheyWere());
     ExpectServed();
-}
-
-TEST_F(ServedServiceTest, AClientThatConnectsAndSendsNothingHoldsUpNoOne) {
-    Serve();
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    const std::string path = mBinderDir.path() + "/" + kServiceName;
-    ASSERT_LT(path.size(), sizeof(address.sun_path));
-    path.copy(address.sun_path, path.size());
-    // One sends nothing at all, the other a piece of a frame's header.
-    std::vector<base::unique_fd> silent;
-    for (const size_t sent : {0, 3}) {
-        base::unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        ASSERT_EQ(connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)),
-                  0)
-                << strerror(errno);
-        ASSERT_EQ(write(fd.get(), "\1\0\0\0", sent), static_cast<ssize_t>(sent));
-        silent.push_back(std::move(fd));
-    }
-    ExpectServed();
-    silent.clear();
-    EXPECT_TRUE(FilesBackWhereTheyWere());
 }
 
 }  // namespace

@@ -67,28 +67,4 @@ TEST(MonitorInterfaceTest, ClientCallsArriveInOrderWithTheCallersIdentity) {
     }
 }
 
-TEST(MonitorInterfaceTest, MalformedParcelsCallNothing) {
-    const sp<RecordingMonitorService> service = new RecordingMonitorService;
-    const auto transact = [&](uint32_t code, const std::vector<int32_t>& words,
-                              const String16& token = I::descriptor) {
-        Parcel data;
-        Parcel reply;
-        data.writeInterfaceToken(token);
-        for (const int32_t word : words) {
-            data.writeInt32(word);
-        }
-        return service->transact(code, data, &reply);
-    };
-    EXPECT_EQ(transact(I::FORCE_LOG_SEND, {1}, String16("other.IService")), PERMISSION_DENIED);
-    EXPECT_EQ(transact(I::FORCE_LOG_SEND, {}), BAD_VALUE);
-    EXPECT_EQ(transact(I::WRITE_LOG_MSG_TYPED, {1, 2, 1, 0x64636261}), BAD_VALUE)
-            << "a string \"abcd\" with no terminator";
-    EXPECT_EQ(transact(I::MONITOR_PLAYING_APP, {2}), BAD_VALUE) << "a presence marker is 0 or 1";
-    EXPECT_EQ(transact(0, {}), UNKNOWN_TRANSACTION);
-    EXPECT_EQ(transact(I::LAST_OPERATION + 1, {}), UNKNOWN_TRANSACTION);
-    EXPECT_TRUE(service->Calls().empty());
-    EXPECT_EQ(transact(I::MONITOR_PLAYING_APP, {0}), NO_ERROR);
-    EXPECT_EQ(service->Calls().size(), 1u);
-}
-
 }  // namespace

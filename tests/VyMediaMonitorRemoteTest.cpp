@@ -57,14 +57,4 @@ TEST_F(MonitorRemoteTest, ARefusedUidIsNamedByItsKernelIdentityAndQueuesNothingC
     }
 }
 
-TEST_F(MonitorRemoteTest, TheMediaUidsForcedSendUploadsWhatTheExceptionWriterHolds) {
-    Start().WriteLogMsg(901, 1, 0, String8("held"), String8("app"));
-    RunClient(mService, 1013);
-    const auto uploaded = [](const std::vector<std::string>& lines) {
-        return !UploadsOf(lines, 901).empty();
-    };
-    EXPECT_TRUE(uploaded(mEvents.WaitFor(uploaded)));
-    EXPECT_EQ(mLog.CountContaining("Vymedia_monitor", "Permission Denial"), 0u);
-}
-
 }  // namespace
