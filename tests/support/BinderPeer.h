@@ -6,19 +6,9 @@
 //   calls N       N calls to it at once, one per thread:
 //                 "<answered> <first failure status or 0> <uid> <pid>", the
 //                 identity the service saw in the last answered call
-//   uid U         drops to uid U (root only): "ok"
-//   nofile [max]  limits its descriptors to those open, or back to the most
-//                 allowed: "ok"
-//   noinotify     opens inotify instances until refused: "<count> <errno>"
-//   churn NAME    starts connecting to NAME's socket and closing at once,
-//                 in a loop: "ok" after the first hundred connections
-//   stop          stops churning: "<connections made>"
 //   publish NAME  publishes an echo service as NAME and serves it: "<status>"
-//   raw FD OFFSET sends an echo request on its descriptor FD, from byte
-//                 OFFSET on: "<uid> <pid>", or "closed"
 //   await FD      answers "ready", then reads a byte from its descriptor FD
 //                 before it reads the next command
-//   log           writes its platform log lines too, as "log: <message>"
 // It ends at the end of its input.
 #ifndef VYMM_TESTS_BINDER_PEER_H
 #define VYMM_TESTS_BINDER_PEER_H

@@ -61,7 +61,7 @@ int ChildProcess::Finish() {
     CloseInput();
     std::string line;
     do {
-        line = ReadLine();
+        line = Answer();
     } while (line != "eof" && line != "timeout");
     close(mOut);
     if (line == "timeout") {
@@ -89,18 +89,9 @@ void ChildProcess::Send(const std::string& command) {
     }
 }
 
-std::string ChildProcess::Answer() {
-    for (;;) {
-        std::string line = ReadLine();
-        if (line.rfind("log: ", 0) != 0) {
-            return line;
-        }
-    }
-}
-
 bool ChildProcess::WaitForLine(const std::string& text) {
     for (;;) {
-        const std::string line = ReadLine();
+        const std::string line = Answer();
         if (line == "eof" || line == "timeout") {
             return false;
         }
@@ -119,7 +110,7 @@ CallsResult ChildProcess::ParseCalls(const std::string& answer) {
     return result;
 }
 
-std::string ChildProcess::ReadLine() {
+std::string ChildProcess::Answer() {
     for (;;) {
         const size_t end = mOutput.find('\n', mRead);
         if (end != std::string::npos) {

@@ -38,8 +38,7 @@ public:
     // Ends its input: a peer ends once it has done what it was told.
     void CloseInput();
     void Send(const std::string& command);
-    // The next line that is no log line ("log: ..."); "timeout" or "eof"
-    // when none comes.
+    // The next line; "timeout" or "eof" when none comes.
     std::string Answer();
     std::string Ask(const std::string& command) {
         Send(command);
@@ -54,9 +53,6 @@ public:
     int Finish();
 
 private:
-    // The next line, log lines included; "timeout" or "eof" when none.
-    std::string ReadLine();
-
     pid_t mPid = -1;
     int mIn = -1;
     int mOut = -1;
