@@ -10,7 +10,8 @@
 
 #include "BinderPool.h"
 #include "support/BinderPeer.h"
-#include "support/EchoServiceTest.h"
+#include "support/LogCapture.h"
+#include "support/TestEnv.h"
 
 using namespace android;
 
@@ -36,7 +37,27 @@ struct Peers {
     std::vector<std::unique_ptr<ChildProcess>> all;
 };
 
-using BinderConnectionsTest = EchoServiceTest;
+// An echo service published as "echo" in a fresh runtime folder and served
+// by this process's pool for the test, with its log captured.
+class BinderConnectionsTest : public ::testing::Test {
+protected:
+    static constexpr char kName[] = "echo";
+    static constexpr char kTag[] = "HostBinder";
+
+    void SetUp() override {
+        ASSERT_EQ(android::defaultServiceManager()->addService(android::String16(kName), mEcho),
+                  android::NO_ERROR);
+        android::ProcessState::self()->startThreadPool();
+    }
+    void TearDown() override {
+        mEcho->SetOpen(true);
+        android::ProcessState::self()->stopThreadPool();
+    }
+
+    ScopedBinderDir mDir;
+    LogCapture mLog;
+    const android::sp<EchoBinder> mEcho = new EchoBinder;
+};
 
 TEST_F(BinderConnectionsTest, IdleClientsDoNotLockOutANewOne) {
     const Peers idle(kIdleClients);

@@ -1,5 +1,5 @@
-// Registered three times: without the reporting library on the search path,
-// with the host library, and with a build of it that lacks one entry point.
+// Registered twice: without the reporting library on the search path, and
+// with a build of the host library that lacks one entry point.
 // Each test runs in a process of its own, so the proxy starts unloaded.
 #include <stdlib.h>
 
@@ -50,7 +50,6 @@ protected:
 };
 
 using VexelProxyAbsent = VexelProxyTest;
-using VexelProxyPresent = VexelProxyTest;
 using VexelProxyLacking = VexelProxyTest;
 
 TEST_F(VexelProxyAbsent, EveryWrapperFallsBackAndRetriesTheLoad) {

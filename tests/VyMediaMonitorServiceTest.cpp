@@ -142,7 +142,7 @@ TEST_F(ServiceTest, StartStopCyclesNeverHangLeakOrLoseWhatTheWritersHold) {
             ASSERT_TRUE(held) << cycle;
         }
     });
-    EXPECT_TRUE(Eventually([] { return CountThreadsNamed("mediaLogSend") == 0; }));
+    EXPECT_TRUE(Eventually([] { return CountThreads("mediaLogSend") == 0; }));
     EXPECT_EQ(CountOpenFiles(), fds);
     const std::vector<std::string> events = mEvents.Lines();
     for (int cycle = 0; cycle < kCycles; ++cycle) {

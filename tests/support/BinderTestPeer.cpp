@@ -13,8 +13,11 @@
 //     prints its pid, then dumps the service to a socket it never reads; the
 //     test kills it in the middle of that call
 // The programs exit 0 when every call went through.
+#include <grp.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 
 #include <array>
@@ -28,9 +31,7 @@
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
 
-#include "Wire.h"
 #include "support/BinderPeer.h"
-#include "support/ClientUser.h"
 #include "support/LoadMix.h"
 #include "support/RecordingMonitorService.h"
 
@@ -71,6 +72,23 @@ std::string Calls(const sp<IBinder>& binder, int count) {
     std::ostringstream out;
     out << answered << " " << failure << " " << uid << " " << pid;
     return out.str();
+}
+
+// "-" keeps the user; a number drops to that uid and gid (root only). False
+// when the drop failed.
+bool BecomeUser(const char* user) {
+    if (strcmp(user, "-") == 0) {
+        return true;
+    }
+    const uid_t uid = static_cast<uid_t>(atoi(user));
+    if (setgroups(0, nullptr) != 0 || setgid(uid) != 0 || setuid(uid) != 0) {
+        perror("dropping to uid");
+        return false;
+    }
+    // Changing credentials made the process undumpable, which the
+    // sanitizers' leak check cannot work with.
+    prctl(PR_SET_DUMPABLE, 1);
+    return true;
 }
 
 // The proxy and the runtime warn about each call that did not go through.
