@@ -59,6 +59,7 @@ protected:
     const android::sp<EchoBinder> mEcho = new EchoBinder;
 };
 
+// Kept for the connection bound under many clients, which no single-line fault models.
 TEST_F(BinderConnectionsTest, IdleClientsDoNotLockOutANewOne) {
     const Peers idle(kIdleClients);
     for (const std::unique_ptr<ChildProcess>& peer : idle.all) {
@@ -79,6 +80,7 @@ TEST_F(BinderConnectionsTest, IdleClientsDoNotLockOutANewOne) {
     }
 }
 
+// Kept for calls queued beyond the pool's threads, which no single-line fault models.
 TEST_F(BinderConnectionsTest, CallsBeyondTheBoundWaitTheirTurn) {
     ChildProcess client(Peer());
     ASSERT_EQ(client.Ask("get echo"), "ok");

@@ -120,6 +120,7 @@ TEST(BinderPoolTest, ServesClientsConcurrentlyDropsBadPeersAndStops) {
     ProcessState::self()->setThreadPoolMaxThreadCount(BinderPool::DEFAULT_MAX_THREADS);
 }
 
+// Kept for a race between processes, which no single-line fault models.
 // Two processes publish each name at the same moment: both wait on one
 // pipe, and go when it gets two bytes at once.
 TEST(BinderLifecycleTest, OfPublishersRacingForANameExactlyOneWins) {
@@ -145,6 +146,7 @@ TEST(BinderLifecycleTest, OfPublishersRacingForANameExactlyOneWins) {
     }
 }
 
+// Kept for the pool's shutdown under a running call, which no single-line fault models.
 // Two stops come while a call runs: neither may return before it ended.
 TEST(BinderLifecycleTest, EveryStopReturnsOnlyOnceThePoolsThreadsAreGone) {
     ScopedBinderDir dir;

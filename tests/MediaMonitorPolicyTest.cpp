@@ -53,6 +53,7 @@ TEST_F(MediaMonitorPolicyTest, FileWritersAreJudgedByTheirRecordFile) {
     EXPECT_EQ(writer->mCurFileSize, 8);
 }
 
+// Kept for two threads triggering at once, which no single-line fault models.
 // Writers triggered from two threads at once must each be judged and called
 // back alone, never the other one.
 TEST_F(MediaMonitorPolicyTest, ConcurrentTriggersJudgeTheirOwnWriter) {

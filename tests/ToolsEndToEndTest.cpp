@@ -70,6 +70,7 @@ bool WaitForUpload(const std::string& file, const std::string& text) {
     return found;
 }
 
+// Kept for the host's shutdown on SIGTERM, which no single-line fault models.
 TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {
     TempWorkDir root;
     ScopedBinderDir binderDir;

@@ -76,6 +76,7 @@ protected:
 using ReportingLibraryAbsent = ServiceFaultTest;
 using ReportingLibraryLacking = ServiceFaultTest;
 
+// Kept for callers racing a slow upload, which no single-line fault models.
 // Each send takes 50 ms: the callers queue while the worker uploads.
 TEST_F(ServiceFaultTest, ASlowReportingLibraryLosesNothing) {
     setenv("VEXEL_SEND_DELAY_US", "50000", 1);
@@ -130,6 +131,7 @@ protected:
     size_t mFiles = 0;
 };
 
+// Kept for a client dying inside a call, which no single-line fault models.
 TEST_F(ServedServiceTest, AClientKilledInTheMiddleOfACallLeavesTheServiceServing) {
     StallingService& service = Serve<StallingService>();
     ChildProcess client(Peer({"stall", kServiceName}));
