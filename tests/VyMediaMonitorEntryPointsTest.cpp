@@ -21,7 +21,6 @@ namespace {
 
 constexpr char kTag[] = "Vymedia_monitor";
 constexpr char kNullLine[] = "INVALID OPERATION: null pointer dereference";
-constexpr char kUnknownLine[] = "Unknown bigdata type, stop saving";
 
 class MonitorEntryPointsTest : public ::testing::Test {
 protected:
