@@ -6,6 +6,7 @@
 //   calls N       N calls to it at once, one per thread:
 //                 "<answered> <first failure status or 0> <uid> <pid>", the
 //                 identity the service saw in the last answered call
+//   oneway N      N one-way calls to it until one fails: "<sent> <failure> -1 -1"
 //   publish NAME  publishes an echo service as NAME and serves it: "<status>"
 //   await FD      answers "ready", then reads a byte from its descriptor FD
 //                 before it reads the next command

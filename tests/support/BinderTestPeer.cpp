@@ -74,6 +74,18 @@ std::string Calls(const sp<IBinder>& binder, int count) {
     return out.str();
 }
 
+// One-way calls until count went or one failed: "sent failure -1 -1".
+std::string OnewayCalls(const sp<IBinder>& binder, int count) {
+    int sent = 0;
+    status_t status = NO_ERROR;
+    while (sent < count &&
+           (status = binder->transact(EchoBinder::ECHO, Parcel(), nullptr,
+                                      IBinder::FLAG_ONEWAY)) == NO_ERROR) {
+        ++sent;
+    }
+    return std::to_string(sent) + " " + std::to_string(status) + " -1 -1";
+}
+
 // "-" keeps the user; a number drops to that uid and gid (root only). False
 // when the drop failed.
 bool BecomeUser(const char* user) {
@@ -90,6 +102,8 @@ bool BecomeUser(const char* user) {
     prctl(PR_SET_DUMPABLE, 1);
     return true;
 }
+
+constexpr int kCallsPerPing = 256;
 
 // The proxy and the runtime warn about each call that did not go through.
 std::atomic<int> gWarnings{0};
@@ -138,8 +152,13 @@ int Load(const sp<IBinder>& binder, int threads, int calls) {
     std::vector<std::thread> workers;
     for (int t = 0; t < threads; ++t) {
         made[t].fill(0);
-        workers.emplace_back([&service, &made, threads, calls, t] {
+        workers.emplace_back([&binder, &service, &made, threads, calls, t] {
             for (int call = t; call < calls; call += threads) {
+                // A one-way call fails rather than wait for a service that
+                // is behind: the two-way ping waits for it now and then.
+                if (call % kCallsPerPing == t) {
+                    binder->pingBinder();
+                }
                 ++made[t][MakeMixedCall(service.get(), t, call)];
             }
         });
@@ -147,6 +166,7 @@ int Load(const sp<IBinder>& binder, int threads, int calls) {
     for (std::thread& worker : workers) {
         worker.join();
     }
+    binder->pingBinder();
     for (int kind = 0; kind < LOAD_KINDS; ++kind) {
         long total = 0;
         for (const auto& counts : made) {
@@ -209,6 +229,8 @@ int main(int argc, char** argv) {
             Say(binder != nullptr ? "ok" : "null");
         } else if (command == "calls") {
             Say(Calls(binder, atoi(arg.c_str())));
+        } else if (command == "oneway") {
+            Say(OnewayCalls(binder, atoi(arg.c_str())));
         } else if (command == "publish") {
             Say(std::to_string(defaultServiceManager()->addService(String16(arg.c_str()),
                                                                    new EchoBinder)));
