@@ -10,6 +10,7 @@
 #include "writers/MediaBigDataWriter.h"
 #include "writers/MediaMonitorPolicy.h"
 
+using android::LogRateLimiter;
 using android::MediaBigDataWriter;
 using android::Mutex;
 using android::sp;

@@ -1,6 +1,7 @@
 // vymm-host and vymm as a user runs them: a host in a temporary root with
 // its own runtime folder, a trace replayed into it, its dump, SIGTERM, and
 // what it recorded and uploaded. Every wait has a deadline.
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/inotify.h>
@@ -114,6 +115,26 @@ TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {
     if (isRoot) {
         EXPECT_TRUE(WaitForUpload(events, newPackage + "\n")) << "sent by the forced send";
     }
+    // Sleeps add up before anything is sent; a call too large to deliver fails the replay.
+    WriteFile("long.trace", "sleep 86400000\nsleep 1\n");
+    const std::string tooLong = RunTool({VYMM, "replay", "long.trace"});
+    EXPECT_EQ(tooLong.rfind("2|", 0), 0u) << tooLong;
+    EXPECT_TRUE(Contains(tooLong, "sleeps 86400001 ms in all, more than --max-sleep 3600000"));
+    EXPECT_EQ(RunTool({VYMM, "replay", "--fast", "long.trace"}), "0|");
+    WriteFile("large.trace", "MonitorPlayingApp s8 " + std::string(1 << 20, 'x') + "\n");
+    const std::string large = RunTool({VYMM, "replay", "large.trace"});
+    EXPECT_EQ(large.rfind("1|", 0), 0u) << large.substr(0, 200);
+    EXPECT_TRUE(Contains(large, "large.trace:1: MonitorPlayingApp not delivered"));
+
+    // A dump into a pipe that nobody reads holds up neither the calls nor SIGTERM.
+    int full[2];
+    ASSERT_EQ(pipe2(full, O_CLOEXEC | O_NONBLOCK), 0);
+    while (write(full[1], root.path().data(), root.path().size()) > 0) {
+    }
+    fcntl(full[1], F_SETFL, 0);
+    ChildProcess stuck({"/bin/sh", "-c", std::string("exec ") + VYMM + " dump >&" +
+                                             std::to_string(full[1])},
+                       full[1]);
     const std::string refused = RunTool({VYMM, "call", "WriteBigData", "i32", "1", "s8", "a"});
     EXPECT_EQ(refused.rfind("2|", 0), 0u) << refused;
     const std::string dump = RunTool({VYMM, "dump"});
@@ -131,6 +152,9 @@ TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {
     }
     ASSERT_EQ(kill(host.pid(), SIGTERM), 0);
     EXPECT_EQ(host.Finish(), 0) << host.output();
+    EXPECT_TRUE(Contains(host.output(), "Dump given up")) << host.output();
+    close(full[0]);
+    close(full[1]);
     const std::string gone = RunTool({VYMM, "call", "1", "i32", "0"});
     EXPECT_EQ(gone.rfind("1|", 0), 0u) << gone;
     EXPECT_TRUE(Contains(gone, "runtime folder " + binderDir.path())) << gone;

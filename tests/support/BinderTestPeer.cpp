@@ -12,7 +12,12 @@
 //   binder_test_peer stall SERVICE
 //     prints its pid, then dumps the service to a socket it never reads; the
 //     test kills it in the middle of that call
+//   binder_test_peer dumps SERVICE USER COUNT
+//     as USER, fills a pipe that it never reads, prints "dumping", makes
+//     COUNT dumps into it at once, then prints "quick N": the dumps answered
+//     within a second
 // The programs exit 0 when every call went through.
+#include <fcntl.h>
 #include <grp.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -22,6 +27,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <iostream>
 #include <sstream>
 #include <thread>
@@ -188,12 +194,40 @@ int Stall(const sp<IBinder>& binder) {
     return 1;  // the test was to kill us first
 }
 
+int Dumps(const sp<IBinder>& binder, int count) {
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC | O_NONBLOCK) != 0) {
+        return 4;
+    }
+    const std::string page(4096, 'x');
+    while (write(fds[1], page.data(), page.size()) > 0) {
+    }
+    fcntl(fds[1], F_SETFL, 0);
+    printf("dumping\n");
+    fflush(stdout);
+    std::atomic<int> quick{0};
+    std::vector<std::thread> dumps;
+    for (int i = 0; i < count; ++i) {
+        dumps.emplace_back([&] {
+            const auto start = std::chrono::steady_clock::now();
+            binder->dump(fds[1], Vector<String16>());
+            quick += std::chrono::steady_clock::now() - start < std::chrono::seconds(1);
+        });
+    }
+    for (std::thread& dump : dumps) {
+        dump.join();
+    }
+    printf("quick %d\n", quick.load());
+    return 0;
+}
+
 // One of the programs of the monitor service's tests.
 int RunProgram(int argc, char** argv) {
     const std::string program = argv[1];
     const bool client = argc == 4 && program == "client";
     const bool load = argc == 6 && program == "load";
-    if (!client && !load && !(argc == 3 && program == "stall")) {
+    const bool dumps = argc == 5 && program == "dumps";
+    if (!client && !load && !dumps && !(argc == 3 && program == "stall")) {
         return 2;
     }
     __android_log_set_logger(CountWarnings);
@@ -206,6 +240,9 @@ int RunProgram(int argc, char** argv) {
     }
     if (client) {
         return Client(binder);
+    }
+    if (dumps) {
+        return Dumps(binder, atoi(argv[4]));
     }
     return load ? Load(binder, std::max(1, atoi(argv[4])), atoi(argv[5])) : Stall(binder);
 }
