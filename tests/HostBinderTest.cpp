@@ -1,28 +1,18 @@
-#include <errno.h>
 #include <fcntl.h>
-#include <poll.h>
-#include <string.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
 #include <future>
-#include <set>
 #include <string>
 #include <thread>
-#include <tuple>
 #include <vector>
 
 #include <android-base/unique_fd.h>
-#include <binder/Binder.h>
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
 #include <binder/Parcel.h>
-#include <binder/PermissionCache.h>
 #include <binder/ProcessState.h>
 #include <gtest/gtest.h>
 
@@ -42,120 +32,6 @@ constexpr char kTag[] = "HostBinder";
 size_t CountEntries(const std::string& folder) {
     using std::filesystem::directory_iterator;
     return static_cast<size_t>(std::distance(directory_iterator(folder), directory_iterator()));
-}
-
-std::set<int> OpenFds() {
-    std::set<int> fds;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        fds.insert(std::stoi(entry.path().filename().string()));
-    }
-    return fds;
-}
-
-// What the monitor interface's own round trip does not carry.
-TEST(ParcelTest, ReadsBackWhatWasWritten) {
-    Parcel parcel;
-    parcel.writeInt64(INT64_MIN);
-    parcel.writeString8(String8("with\0nul", 8));
-    parcel.writeString16(String16("sixteen"));
-    int pipeFds[2];
-    ASSERT_EQ(pipe(pipeFds), 0);
-    close(pipeFds[0]);
-    ASSERT_EQ(parcel.writeDupFileDescriptor(pipeFds[1]), NO_ERROR);
-    close(pipeFds[1]);
-
-    parcel.setDataPosition(0);
-    EXPECT_EQ(parcel.readInt64(), INT64_MIN);
-    EXPECT_EQ(parcel.readString8(), String8("with\0nul", 8));
-    EXPECT_EQ(parcel.readString16(), String16("sixteen"));
-    const int fd = parcel.readFileDescriptor();
-    EXPECT_GE(fcntl(fd, F_GETFD), 0) << "the parcel owns a live copy";
-    EXPECT_EQ(parcel.dataAvail(), 0u);
-    parcel.freeData();
-    EXPECT_EQ(fcntl(fd, F_GETFD), -1) << "and closes it";
-}
-
-TEST(ParcelTest, ShortOrMalformedDataFailsWithoutMoving) {
-    Parcel parcel;
-    const auto expectFails = [&](const std::string& what) {
-        parcel.setDataPosition(0);
-        String8 str8;
-        String16 str16;
-        EXPECT_NE(parcel.readString8(&str8), NO_ERROR) << what;
-        EXPECT_NE(parcel.readString16(&str16), NO_ERROR) << what;
-        EXPECT_EQ(parcel.readFileDescriptor(), BAD_TYPE) << what;
-        EXPECT_EQ(parcel.dataPosition(), 0u) << what;
-    };
-    expectFails("empty");
-    parcel.setData(reinterpret_cast<const uint8_t*>("ab"), 2);
-    expectFails("two bytes");
-    int32_t i32;
-    int64_t i64;
-    EXPECT_EQ(parcel.readInt32(&i32), NOT_ENOUGH_DATA);
-    EXPECT_EQ(parcel.readInt64(&i64), NOT_ENOUGH_DATA);
-    EXPECT_EQ(parcel.readCString(), nullptr) << "no terminator";
-    EXPECT_EQ(parcel.dataPosition(), 0u);
-
-    for (const int32_t length : {-2, 3, 4, 1000, INT32_MAX}) {
-        parcel.freeData();
-        parcel.writeInt32(length);
-        parcel.write("abcd", 4);
-        expectFails("length " + std::to_string(length));
-    }
-    parcel.freeData();
-    parcel.writeInt32(0x5f46445f);  // a descriptor slot that no descriptor came with
-    parcel.writeInt32(0);
-    expectFails("descriptor slot");
-}
-
-TEST(HostServiceManagerTest, PublishesLooksUpAndRemoves) {
-    ScopedBinderDir dir;
-    const sp<IServiceManager> sm = defaultServiceManager();
-    const sp<IBinder> a = new BBinder;
-    EXPECT_EQ(sm->addService(String16("a.svc"), a), NO_ERROR);
-    EXPECT_EQ(sm->getService(String16("a.svc")), a) << "the local object itself";
-    EXPECT_EQ(sm->addService(String16("a.svc"), new BBinder), ALREADY_EXISTS);
-    for (const char* name : {"", ".hidden", "../a", "a/b"}) {
-        EXPECT_EQ(sm->addService(String16(name), new BBinder), BAD_VALUE) << name;
-    }
-    EXPECT_EQ(sm->addService(String16("null"), nullptr), BAD_VALUE);
-    EXPECT_EQ(sm->checkService(String16("missing")), nullptr);
-
-    // A socket left by a dead process is taken over, no temporary one left.
-    {
-        base::unique_fd stale(socket(AF_UNIX, SOCK_STREAM, 0));
-        sockaddr_un addr = {AF_UNIX, {}};
-        strcpy(addr.sun_path, (dir.path() + "/stale").c_str());
-        ASSERT_EQ(bind(stale.get(), reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0);
-    }
-    EXPECT_EQ(sm->addService(String16("stale"), new BBinder), NO_ERROR);
-    EXPECT_EQ(sm->listServices().size(), 2u);
-    EXPECT_EQ(CountEntries(dir.path()), 4u) << "two sockets and their lock files";
-
-    // Removed, a name is free to publish again.
-    EXPECT_EQ(sm->removeService(String16("stale")), NO_ERROR);
-    EXPECT_EQ(sm->removeService(String16("stale")), NAME_NOT_FOUND);
-    EXPECT_EQ(CountEntries(dir.path()), 2u);
-    EXPECT_EQ(sm->checkService(String16("stale")), nullptr);
-    EXPECT_EQ(sm->addService(String16("stale"), new BBinder), NO_ERROR);
-}
-
-TEST(IPCThreadStateTest, IdentityTokensAndHostPermissions) {
-    IPCThreadState* ipc = IPCThreadState::self();
-    const int64_t own = ipc->clearCallingIdentity();
-    EXPECT_EQ(own, (int64_t(getuid()) << 32) | getpid());
-    const String16 dump("android.permission.DUMP");
-    const String16 audio("android.permission.RECORD_AUDIO");
-    // Root and system hold every permission, shell only DUMP.
-    const std::tuple<uid_t, const String16*, bool> kCases[] = {
-            {0, &audio, true},     {1000, &audio, true}, {2000, &dump, true},
-            {2000, &audio, false}, {1047, &dump, false}, {1013, &dump, false}};
-    for (const auto& [uid, permission, held] : kCases) {
-        ipc->restoreCallingIdentity((int64_t(uid) << 32) | 77);
-        EXPECT_EQ(PermissionCache::checkCallingPermission(*permission), held) << uid;
-    }
-    ipc->restoreCallingIdentity(own);
-    EXPECT_EQ(ipc->getCallingPid(), getpid());
 }
 
 TEST(BinderPoolTest, ServesClientsConcurrentlyDropsBadPeersAndStops) {
@@ -252,6 +128,7 @@ TEST(BinderPoolTest, ServesClientsConcurrentlyDropsBadPeersAndStops) {
     ProcessState::self()->setThreadPoolMaxThreadCount(BinderPool::DEFAULT_MAX_THREADS);
 }
 
+// Kept for a race between processes, which no single-line fault models.
 // Two processes publish each name at the same moment: both wait on one
 // pipe, and go when it gets two bytes at once.
 TEST(BinderLifecycleTest, OfPublishersRacingForANameExactlyOneWins) {
@@ -260,8 +137,8 @@ TEST(BinderLifecycleTest, OfPublishersRacingForANameExactlyOneWins) {
     ASSERT_EQ(pipe2(start, O_CLOEXEC), 0);
     const base::unique_fd go(start[1]);
     const base::unique_fd wait(start[0]);
-    PeerProcess first(wait.get());
-    PeerProcess second(wait.get());
+    ChildProcess first(Peer(), wait.get());
+    ChildProcess second(Peer(), wait.get());
     const std::string await = "await " + std::to_string(wait.get()) + "\n";
     const std::string won = std::to_string(NO_ERROR);
     const std::string lost = std::to_string(ALREADY_EXISTS);
@@ -277,85 +154,7 @@ TEST(BinderLifecycleTest, OfPublishersRacingForANameExactlyOneWins) {
     }
 }
 
-// A child that replaces the descriptors it inherited with files of its own
-// still has them after using, and dropping, the proxy it inherited.
-TEST(BinderLifecycleTest, ForkedChildKeepsItsOwnDescriptors) {
-    ScopedBinderDir dir;
-    PeerProcess service;
-    ASSERT_EQ(service.Ask("publish echo"), "0");
-    const std::set<int> before = OpenFds();
-    sp<IBinder> proxy = defaultServiceManager()->getService(String16("echo"));
-    ASSERT_NE(proxy, nullptr);
-    std::vector<int> inherited;  // the proxy's folder handle and connection
-    for (const int fd : OpenFds()) {
-        if (before.count(fd) == 0) {
-            inherited.push_back(fd);
-        }
-    }
-    ASSERT_FALSE(inherited.empty());
-    struct stat null;
-    ASSERT_EQ(stat("/dev/null", &null), 0);
-
-    int verdict[2];
-    ASSERT_EQ(pipe2(verdict, O_CLOEXEC), 0);
-    const pid_t child = fork();
-    if (child == 0) {
-        const int own = open("/dev/null", O_RDONLY);
-        for (const int fd : inherited) {
-            dup2(own, fd);
-        }
-        Parcel data;
-        Parcel reply;
-        bool kept = proxy->transact(EchoBinder::ECHO, data, &reply) == NO_ERROR;
-        proxy.clear();
-        for (const int fd : inherited) {
-            struct stat st;
-            kept = kept && fstat(fd, &st) == 0 && st.st_rdev == null.st_rdev;
-        }
-        const char answer = kept ? 'y' : 'n';
-        _exit(write(verdict[1], &answer, 1) == 1 ? 0 : 1);
-    }
-    close(verdict[1]);
-    pollfd pfd = {verdict[0], POLLIN, 0};
-    char answer = '-';
-    EXPECT_EQ(poll(&pfd, 1, 20000), 1);
-    EXPECT_EQ(read(verdict[0], &answer, 1), 1);
-    EXPECT_EQ(answer, 'y') << "the child's call went through and its files stayed";
-    close(verdict[0]);
-    waitpid(child, nullptr, 0);
-    Parcel data;
-    Parcel reply;
-    EXPECT_EQ(proxy->transact(EchoBinder::ECHO, data, &reply), NO_ERROR);
-}
-
-TEST(BinderLifecycleTest, StartedPoolHasAThreadEvenWithAMaximumOfNone) {
-    ScopedBinderDir dir;
-    ASSERT_EQ(defaultServiceManager()->addService(String16("svc"), new BBinder), NO_ERROR);
-    ProcessState::self()->setThreadPoolMaxThreadCount(0);
-    ProcessState::self()->startThreadPool();
-    const base::unique_fd conn = RawConnect(dir.path(), "svc");
-    ASSERT_TRUE(SendHeader(conn.get(), Request(IBinder::PING_TRANSACTION)));
-    EXPECT_EQ(ReadReply(conn.get()), "0");
-    ProcessState::self()->stopThreadPool();
-    ProcessState::self()->setThreadPoolMaxThreadCount(BinderPool::DEFAULT_MAX_THREADS);
-}
-
-// The client has used up its user's inotify instances before it looks.
-TEST(BinderLifecycleTest, GetServiceWaitsForAServiceEvenWithoutInotify) {
-    ScopedBinderDir dir;
-    PeerProcess client;
-    ASSERT_EQ(client.Ask("log"), "ok");
-    const std::string exhausted = client.Ask("noinotify");
-    ASSERT_EQ(exhausted.substr(exhausted.find(' ') + 1), std::to_string(EMFILE)) << exhausted;
-    client.Send("get late");
-    ASSERT_TRUE(client.WaitForLine("polling")) << "it looked once, found nothing and polls";
-    ASSERT_EQ(defaultServiceManager()->addService(String16("late"), new EchoBinder), NO_ERROR);
-    ProcessState::self()->startThreadPool();
-    EXPECT_EQ(client.Answer(), "ok");
-    EXPECT_EQ(client.Calls(1).answered, 1);
-    ProcessState::self()->stopThreadPool();
-}
-
+// Kept for the pool's shutdown under a running call, which no single-line fault models.
 // Two stops come while a call runs: neither may return before it ended.
 TEST(BinderLifecycleTest, EveryStopReturnsOnlyOnceThePoolsThreadsAreGone) {
     ScopedBinderDir dir;

@@ -43,13 +43,4 @@ TEST(MediaExceptionLogWriterTest, JoinsPerTypeReadsTypesUpTo15AndKeepsOnlyPriori
     EXPECT_EQ(DumpText(*writer), kHead + "\n1:" + std::string(512, 'm') + ";y\n");
 }
 
-TEST(MediaExceptionLogWriterTest, PolicyEmptiesAtTheCapAndSendsPriorityFourAtOnce) {
-    android::sp<LogWriter> writer = new LogWriter(true);
-    writer->WriteLogMsg(2, 1, String8(std::string(512, 'm').c_str()));
-    EXPECT_EQ(writer->mLogMemSize, 0u) << "reaching the cap empties without a send";
-    EXPECT_EQ(writer->mLastSendTime, -1);
-    writer->WriteLogMsg(4, 1, String8("now"));
-    EXPECT_NE(writer->mLastSendTime, -1);
-}
-
 }  // namespace

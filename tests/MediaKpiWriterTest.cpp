@@ -31,20 +31,6 @@ struct KpiWriter : android::MediaKpiWriter {
     }
 };
 
-TEST(MediaKpiWriterTest, AddOneKpiTakesOnlyWholeNumbersFromZeroToInt32Max) {
-    android::sp<KpiWriter> writer = new KpiWriter;
-    Vector<MediaKpi> list;
-    writer->AddOneKpi(list, String8("916019006"), String8(" 42 "), String8("\t2147483647\n"));
-    for (const String8& bad : {String8("42x"), String8("-1"), String8("2147483648"), String8(" "),
-                               String8("4\0", 2)}) {
-        writer->AddOneKpi(list, String8("1"), String8("2"), bad);
-        writer->AddOneKpi(list, bad, String8("2"), String8("3"));
-    }
-    ASSERT_EQ(list.size(), 1u);
-    EXPECT_EQ(std::tuple(list[0].eventId, list[0].subType, list[0].value),
-              std::tuple(916019006, 42, 2147483647));
-}
-
 TEST(MediaKpiWriterTest, NamesMalformedTextsAndSendsNamedEventsWithinTheCycleAllowance) {
     TempWorkDir dir;
     EventLog events;

@@ -1,5 +1,5 @@
-// The host tools' parsers, in-process: typed words, the operation table and
-// its overload resolution, property files, trace lines, event lines.
+// The host tools' parsers, in-process: the operation table, property files
+// and trace lines.
 #include <sstream>
 #include <string>
 #include <vector>
@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include "support/RecordingMonitorService.h"
-#include "tools/EventLog.h"
 #include "tools/Operations.h"
 #include "tools/Properties.h"
 #include "tools/Stats.h"
@@ -23,14 +22,6 @@ std::vector<std::string> Words(const std::string& line) {
     std::string error;
     EXPECT_TRUE(SplitWords(line, &words, &error)) << error;
     return words;
-}
-
-// The call's error text, or "" when it resolves.
-std::string CallError(const std::string& line) {
-    const Operation* op = nullptr;
-    std::vector<TypedArg> args;
-    std::string error;
-    return ParseCall(Words(line), 0, &op, &args, &error) ? "" : error;
 }
 
 std::string TraceError(const std::string& text) {
@@ -86,46 +77,6 @@ TEST(ToolsParsersTest, EveryOperationReachesItsMethodWithItsArguments) {
     }
 }
 
-TEST(ToolsParsersTest, TypedWordsAndTheirErrors) {
-    std::vector<TypedArg> args;
-    std::string error;
-    ASSERT_TRUE(ParseTypedArgs({"i32", "-2147483648", "i32", "4294967295", "i32", "0x7f", "s8",
-                                "", "null"},
-                               0, &args, &error));
-    ASSERT_EQ(args.size(), 5u);
-    EXPECT_EQ(args[0].number, INT32_MIN);
-    EXPECT_EQ(args[1].number, -1);
-    EXPECT_EQ(args[2].number, 0x7f);
-    EXPECT_EQ(args[3].type, TypedArg::S8);
-    EXPECT_EQ(args[4].type, TypedArg::NUL);
-    for (const std::vector<std::string>& bad :
-         std::vector<std::vector<std::string>>{{"i32", "4294967296"}, {"i32", "-2147483649"},
-                                               {"i32", "12a"}, {"i32", " 1"}, {"i32", "010x"},
-                                               {"i32"}, {"s8"}, {"x32", "1"}, {"NULL"}}) {
-        EXPECT_FALSE(ParseTypedArgs(bad, 0, &args, &error)) << bad[0];
-    }
-}
-
-TEST(ToolsParsersTest, OverloadErrorsShowTheSignaturesMeant) {
-    // An id and one text: only the forms completed by integers.
-    const std::string oneText = CallError("WriteBigData i32 1 s8 a");
-    EXPECT_NE(oneText.find("no WriteBigData takes (i32, s8)"), std::string::npos) << oneText;
-    for (const char* shown : {"\n    7  ", "\n   10  ", "\n   13  "}) {
-        EXPECT_NE(oneText.find(shown), std::string::npos) << oneText;
-    }
-    EXPECT_EQ(std::count(oneText.begin(), oneText.end(), '\n'), 3);
-    // Nothing fits: every overload.
-    const std::string noFit = CallError("WriteLogMsg s8 x");
-    EXPECT_EQ(std::count(noFit.begin(), noFit.end(), '\n'), 3) << noFit;
-    // A String8 takes no null; a number names one operation; a bad word
-    // still shows what the operation takes.
-    EXPECT_NE(CallError("WriteKpis null").find("WriteKpis(s8 kpis)"), std::string::npos);
-    EXPECT_NE(CallError("21 i32 1").find("MonitorPlayingApp(s8? app)"), std::string::npos);
-    EXPECT_NE(CallError("ForceLogSend i32 x").find("ForceLogSend(i32 type)"), std::string::npos);
-    EXPECT_NE(CallError("22").find("unknown operation"), std::string::npos);
-    EXPECT_NE(CallError("0").find("unknown operation"), std::string::npos);
-}
-
 TEST(ToolsParsersTest, PropertyFilesAndAssignments) {
     PropertyMap props{{"kept", "1"}, {"ro.a", "old"}};
     std::istringstream good("# comment\n\n  ro.a = new value \nro.b=\nro.a=last\n");
@@ -152,27 +103,6 @@ TEST(ToolsParsersTest, PropertyFilesAndAssignments) {
     EXPECT_EQ(key + "|" + value, "ro.x|a=b");
 }
 
-TEST(ToolsParsersTest, TraceStepsAndQuotedWords) {
-    std::istringstream in(
-            "# a session\n"
-            "as 1013   # the audio server\n"
-            "ForceLogSend i32 0\n"
-            "\n"
-            "sleep 250\n"
-            "WriteKpis s8 \"a \\\"b\\\" \\\\ #c\"\n");
-    std::vector<TraceStep> steps;
-    std::string error;
-    ASSERT_TRUE(ParseTrace(in, "t.trace", &steps, &error)) << error;
-    ASSERT_EQ(steps.size(), 4u);
-    EXPECT_EQ(steps[0].kind, TraceStep::AS);
-    EXPECT_EQ(steps[0].uid, 1013u);
-    EXPECT_EQ(steps[1].line, 3);
-    EXPECT_EQ(steps[1].op->number, 1);
-    EXPECT_EQ(steps[2].sleepMs, 250);
-    EXPECT_EQ(steps[3].line, 6);
-    EXPECT_EQ(steps[3].args[0].text, "a \"b\" \\ #c");
-}
-
 TEST(ToolsParsersTest, TraceErrorsNameTheirLine) {
     const std::string call = TraceError("sleep 1\n\nWriteBigData i32 1 s8 a\n");
     EXPECT_EQ(call.rfind("t.trace:3: no WriteBigData takes", 0), 0u) << call;
@@ -185,24 +115,6 @@ TEST(ToolsParsersTest, TraceErrorsNameTheirLine) {
     EXPECT_EQ(TraceError("as 0\nWriteKpis s8 \"open\n"), "t.trace:2: unclosed quote");
     EXPECT_EQ(TraceError("WriteKpis s8 \"a\"b\n").rfind("t.trace:1: ", 0), 0u);
     EXPECT_EQ(TraceError("WriteKpis s8 \"\\q\"\n").rfind("t.trace:1: unknown escape", 0), 0u);
-}
-
-TEST(ToolsParsersTest, EventLinesReadAsIdAndParameters) {
-    std::string text;
-    ASSERT_TRUE(FormatEvent(
-            R"({"id":916600038,"time":12,"paths":["/a"],)"
-            R"("params":[{"name":"NEW_PKG","str":"new.pkg"},)"
-            R"({"paramId":3,"int":-1},{"name":"F","float":0.5},{"name":"L","ints":[1,2]},)"
-            R"({"name":"O","objs":[{"id":7,"params":[{"name":"S","strs":["q\"x"]}]}]}]})",
-            &text));
-    EXPECT_EQ(text, "916600038 time=12 paths=[\"/a\"] NEW_PKG=\"new.pkg\" #3=-1 F=0.5 L=[1, 2] "
-                    "O=[{7 S=[\"q\\\"x\"]}]");
-    for (const char* bad : {"", "{\"id\":1", "[]", "{\"params\":[]}", "{\"id\":-1,\"params\":[]}",
-                            "{\"id\":1,\"params\":[{\"int\":1}]}",
-                            "{\"id\":1,\"params\":[{\"name\":\"x\",\"str\":1}]}",
-                            "{\"id\":1,\"params\":[{\"name\":\"x\",\"what\":1}]}"}) {
-        EXPECT_FALSE(FormatEvent(bad, &text)) << bad;
-    }
 }
 
 }  // namespace

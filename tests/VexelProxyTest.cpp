@@ -1,5 +1,5 @@
-// Registered three times: without the reporting library on the search path,
-// with the host library, and with a build of it that lacks one entry point.
+// Registered twice: without the reporting library on the search path, and
+// with a build of the host library that lacks one entry point.
 // Each test runs in a process of its own, so the proxy starts unloaded.
 #include <stdlib.h>
 
@@ -50,7 +50,6 @@ protected:
 };
 
 using VexelProxyAbsent = VexelProxyTest;
-using VexelProxyPresent = VexelProxyTest;
 using VexelProxyLacking = VexelProxyTest;
 
 TEST_F(VexelProxyAbsent, EveryWrapperFallsBackAndRetriesTheLoad) {
@@ -64,27 +63,6 @@ TEST_F(VexelProxyAbsent, EveryWrapperFallsBackAndRetriesTheLoad) {
     EXPECT_EQ(mLog.CountContaining("vexel_proxy", kInitFailed), 5u) << mLog.ToString();
     EXPECT_EQ(mLog.Lines().front().priority, ANDROID_LOG_ERROR);
     EXPECT_FALSE(VexelProxy::IsAvailable());
-}
-
-TEST_F(VexelProxyPresent, LoadsOnFirstCallAndSendsWhatWasSet) {
-    EXPECT_FALSE(VexelProxy::IsAvailable()) << "nothing has loaded it yet";
-    VexelEventObj* obj = VexelProxy::VexelCreateEventObj(916019301);
-    ASSERT_NE(obj, nullptr);
-    EXPECT_TRUE(VexelProxy::IsAvailable());
-
-    VexelProxy::VexelSetParamIntegerV2(obj, "Total", 2);
-    VexelProxy::VexelSetParamStringV2(obj, "pkgName", "com.a \"b\"");
-    VexelProxy::VexelSetParamIntegerV2(obj, "Total", 3);  // replaces in place
-    EXPECT_EQ(VexelProxy::VexelSendEvent(obj), 0);
-    VexelProxy::VexelDestroyEventObj(obj);
-    EXPECT_EQ(ReadFile("events.jsonl"),
-              "{\"id\":916019301,\"params\":[{\"name\":\"Total\",\"int\":3},"
-              "{\"name\":\"pkgName\",\"str\":\"com.a \\\"b\\\"\"}]}\n");
-
-    setenv("VEXEL_REJECT_IDS", "5,916019401", 1);
-    EXPECT_EQ(VexelProxy::VexelCreateEventObj(916019401), nullptr);
-    unsetenv("VEXEL_REJECT_IDS");
-    EXPECT_TRUE(mLog.Lines().empty()) << mLog.ToString();
 }
 
 TEST_F(VexelProxyLacking, OnlyTheMissingEntryPointFallsBack) {

@@ -22,7 +22,6 @@ namespace {
 
 constexpr char kTag[] = "Vymedia_monitor";
 constexpr char kNullLine[] = "INVALID OPERATION: null pointer dereference";
-constexpr char kUnknownLine[] = "Unknown bigdata type, stop saving";
 
 class MonitorEntryPointsTest : public ::testing::Test {
 protected:
@@ -248,70 +247,6 @@ TEST_F(MonitorEntryPointsTest, StatsArgumentsPassTheDumpsChecksAndOnlyTheirOwnWo
 
     ScopedProperty notDebuggable("ro.media.debuggable", "false");
     EXPECT_EQ(dump(MakeService(), {"--stats", "--json"}), "");
-}
-
-TEST_F(MonitorEntryPointsTest, BigDataOverloadsQueueOrRejectByTheirIdTables) {
-    sp<MonitorHarness> s = MakeService();
-    const std::string error = std::to_string(ANDROID_LOG_ERROR) + " ";
-    const std::string warn = std::to_string(ANDROID_LOG_WARN) + " ";
-    const std::string nullLine = error + kNullLine;
-    const std::string unknown = error + kUnknownLine;
-    const std::string huge(100000, 'x');
-    const auto pkgType = [&s](int eventId, int n) {
-        return [&s, eventId, n] { s->WriteBigData(eventId, "a", "b", "c", n); };
-    };
-    const auto badUsage = [](const std::string& level) {
-        return level + "Invalid usage type, stop writing";
-    };
-    struct Case {
-        std::function<void()> call;
-        Lines queued;
-        Lines lines;
-    };
-    const Case cases[] = {
-        {[&] { s->WriteBigData(916000001, "a", 1, INT_MIN); },
-         {"10:916000001 s=a,,,, i=1,-2147483648,0,0,0,0"}, {}},
-        {[&] { s->WriteBigData(916019104, huge.c_str(), "b", 3, 4); },
-         {"12:916019104 s=" + huge + ",,b,, i=3,4,0,0,0,0"}, {}},
-        {[&] { s->WriteBigData(916120001, "a", nullptr, -5); },
-         {"11:916120001 s=a,,,, i=0,-5,0,0,0,0"}, {nullLine}},
-        {[&] { s->WriteBigData(916700014, "a", 5, 6, 7); },
-         {"18:916700014 s=,,a,, i=0,0,0,5,6,7"}, {}},
-        {[&] { s->WriteBigData(916700001, "", 1, 2, 3, 4); },
-         {"17:916700001 s=,,,, i=0,0,1,2,3,4"}, {}},
-        {[&] { s->WriteBigData(918017002, "a", nullptr, "c", "d", 1, 2, 3); },
-         {"19:918017002 s=a,,c,d i=1,2,3"}, {nullLine}},
-        // The two widest take a null silently.
-        {[&] { s->WriteBigData(918017008, "a", "b", nullptr, "d", "e", 1); },
-         {"20:918017008 s=a,b,,d,e i=1"}, {}},
-        {[&] { s->WriteBigData(918017009, nullptr, "b", "c", "d", "e", "f", 1); },
-         {"21:918017009 s=,b,c,d,e,f i=1"}, {}},
-        {[&] { s->WriteBigData(916000000, "a", "b", "c", -7); },
-         {"14:916000000 s=a,,b,,c i=0,0,-7,0,0,0"}, {}},
-        {pkgType(916600007, 2), {}, {badUsage(warn)}},
-        {pkgType(916600007, 9), {}, {badUsage(warn)}},
-        {pkgType(916600007, 10), {}, {badUsage(error)}},
-        {pkgType(916600007, -1), {}, {badUsage(error)}},
-        {pkgType(916600001, 13), {}, {error + "Invalid stream type, stop writing"}},
-        {pkgType(916600001, -1), {}, {error + "Invalid stream type, stop writing"}},
-        {pkgType(916600002, 0), {}, {unknown}},
-        {[&] { s->WriteBigData(916600008, "a", "b", "c", "d"); }, {}, {unknown}},
-    };
-    for (size_t i = 0; i < std::size(cases); ++i) {
-        cases[i].call();
-        EXPECT_EQ(s->TakeQueued(), cases[i].queued) << "case " << i;
-        EXPECT_EQ(TakeServiceLines(), cases[i].lines) << "case " << i;
-    }
-    for (int id : {916600010, 916600011, 916600038, 916600039, 990971022}) {
-        s->WriteBigData(id, "a", "b", "c");
-        EXPECT_EQ(s->TakeQueued(),
-                  Lines({"13:" + std::to_string(id) + " s=a,,b,,c i=0,0,0,0,0,0"}));
-    }
-    for (int id : {916600001, 916600009, 916600012, 916600037, 916600040, 990971021}) {
-        s->WriteBigData(id, "a", "b", "c");
-        EXPECT_EQ(TakeServiceLines(), Lines({unknown})) << id;
-    }
-    EXPECT_EQ(s->TakeQueued(), Lines());
 }
 
 TEST_F(MonitorEntryPointsTest, CachedStatisticsWaitForAFlushAndTheHeldOneForItsRequest) {

@@ -1,25 +1,15 @@
 // What the Binder runtime's tests and their peer program, binder_test_peer,
-// share: a service that echoes its caller's identity, and on the test's
-// side a peer process driven one command a line.
+// share: a service that echoes its caller's identity, and frames by hand.
 //
-// The peer's commands, each answered with one line:
+// The peer's commands (Peer() without arguments), one answer line each:
 //   get NAME      looks NAME up (getService) for the later calls: "ok" or "null"
 //   calls N       N calls to it at once, one per thread:
 //                 "<answered> <first failure status or 0> <uid> <pid>", the
 //                 identity the service saw in the last answered call
-//   uid U         drops to uid U (root only): "ok"
-//   nofile [max]  limits its descriptors to those open, or back to the most
-//                 allowed: "ok"
-//   noinotify     opens inotify instances until refused: "<count> <errno>"
-//   churn NAME    starts connecting to NAME's socket and closing at once,
-//                 in a loop: "ok" after the first hundred connections
-//   stop          stops churning: "<connections made>"
+//   oneway N      N one-way calls to it until one fails: "<sent> <failure> -1 -1"
 //   publish NAME  publishes an echo service as NAME and serves it: "<status>"
-//   raw FD OFFSET sends an echo request on its descriptor FD, from byte
-//                 OFFSET on: "<uid> <pid>", or "closed"
 //   await FD      answers "ready", then reads a byte from its descriptor FD
 //                 before it reads the next command
-//   log           writes its platform log lines too, as "log: <message>"
 // It ends at the end of its input.
 #ifndef VYMM_TESTS_BINDER_PEER_H
 #define VYMM_TESTS_BINDER_PEER_H
@@ -42,6 +32,7 @@
 #include <binder/Parcel.h>
 
 #include "Wire.h"
+#include "support/ChildProcess.h"
 
 // Answers its caller's uid and pid. Calls wait while the gate is closed.
 class EchoBinder : public android::BBinder {
@@ -135,50 +126,5 @@ inline std::string ReadReply(int fd) {
     }
     return text;
 }
-
-// What a peer's "calls N" answered; answered is -1 for an answer that is
-// none.
-struct CallsResult {
-    int answered = -1;
-    int failure = 0;
-    int uid = -1;
-    int pid = -1;
-};
-
-// A binder_test_peer process for the scope, its standard input and output
-// on pipes; ended at the end of the scope. Lines of its log ("log: ...")
-// are not answers: Ask() skips them.
-class PeerProcess {
-public:
-    // inheritFd, when set, stays open in the peer at the same number.
-    explicit PeerProcess(int inheritFd = -1);
-    ~PeerProcess();
-    PeerProcess(const PeerProcess&) = delete;
-    PeerProcess& operator=(const PeerProcess&) = delete;
-
-    pid_t pid() const { return mPid; }
-    // Ends its input: the peer ends once it has done what it was told.
-    void CloseInput();
-    void Send(const std::string& command);
-    // The next answer; "timeout" or "eof" when none comes.
-    std::string Answer();
-    std::string Ask(const std::string& command) {
-        Send(command);
-        return Answer();
-    }
-    // Reads lines until one contains text; false at the deadline or end.
-    bool WaitForLine(const std::string& text);
-    CallsResult Calls(int count) { return ParseCalls(Ask("calls " + std::to_string(count))); }
-    static CallsResult ParseCalls(const std::string& answer);
-
-private:
-    // The next line, log lines included; "timeout" or "eof" when none.
-    std::string ReadLine();
-
-    pid_t mPid = -1;
-    int mIn = -1;
-    int mOut = -1;
-    std::string mBuffered;
-};
 
 #endif

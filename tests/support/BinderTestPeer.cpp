@@ -1,15 +1,33 @@
-// binder_test_peer: the other process of the Binder runtime's tests, driven
-// one command a line on standard input (see BinderPeer.h).
-#include <errno.h>
+// binder_test_peer: the other process of the tests.
+//   binder_test_peer
+//     the Binder runtime's peer, driven one command a line (see BinderPeer.h)
+//   binder_test_peer client SERVICE USER
+//     as USER (a uid, or "-" to keep the user): prints its pid, calls the 21
+//     operations, then MonitorVolumeIndex(thread, call, 0) 50 times on each
+//     of 4 threads, then dumps with "-a" "x y" to standard output and to a
+//     pipe whose reader is closed, printing that dump's status
+//   binder_test_peer load SERVICE USER THREADS CALLS
+//     makes CALLS calls of the load mix from THREADS threads as USER and
+//     prints how many of each kind it made, one "kind count" line each
+//   binder_test_peer stall SERVICE
+//     prints its pid, then dumps the service to a socket it never reads; the
+//     test kills it in the middle of that call
+//   binder_test_peer dumps SERVICE USER COUNT
+//     as USER, fills a pipe that it never reads, prints "dumping", makes
+//     COUNT dumps into it at once, then prints "quick N": the dumps answered
+//     within a second
+// The programs exit 0 when every call went through.
+#include <fcntl.h>
+#include <grp.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/inotify.h>
-#include <sys/resource.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 
+#include <array>
 #include <atomic>
+#include <chrono>
 #include <iostream>
 #include <sstream>
 #include <thread>
@@ -19,9 +37,9 @@
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
 
-#include "Wire.h"
 #include "support/BinderPeer.h"
-#include "support/ClientUser.h"
+#include "support/LoadMix.h"
+#include "support/RecordingMonitorService.h"
 
 using namespace android;
 
@@ -31,10 +49,6 @@ namespace {
 void Say(const std::string& line) {
     const std::string text = line + "\n";
     (void)!write(STDOUT_FILENO, text.data(), text.size());
-}
-
-void SayLog(const struct __android_logger_data* /*data*/, const char* message) {
-    Say(std::string("log: ") + message);
 }
 
 std::string Calls(const sp<IBinder>& binder, int count) {
@@ -78,79 +92,168 @@ std::string OnewayCalls(const sp<IBinder>& binder, int count) {
     return std::to_string(sent) + " " + std::to_string(status) + " -1 -1";
 }
 
-std::string LimitDescriptors(const std::string& how) {
-    rlimit limit;
-    getrlimit(RLIMIT_NOFILE, &limit);
-    if (how == "max") {
-        limit.rlim_cur = limit.rlim_max;
-    } else {
-        // The lowest free number: every one below it is open.
-        const int free = dup(STDIN_FILENO);
-        close(free);
-        limit.rlim_cur = static_cast<rlim_t>(free);
+// "-" keeps the user; a number drops to that uid and gid (root only). False
+// when the drop failed.
+bool BecomeUser(const char* user) {
+    if (strcmp(user, "-") == 0) {
+        return true;
     }
-    return setrlimit(RLIMIT_NOFILE, &limit) == 0 ? "ok" : strerror(errno);
+    const uid_t uid = static_cast<uid_t>(atoi(user));
+    if (setgroups(0, nullptr) != 0 || setgid(uid) != 0 || setuid(uid) != 0) {
+        perror("dropping to uid");
+        return false;
+    }
+    // Changing credentials made the process undumpable, which the
+    // sanitizers' leak check cannot work with.
+    prctl(PR_SET_DUMPABLE, 1);
+    return true;
 }
 
-std::string ExhaustInotify(std::vector<int>* instances) {
-    for (;;) {
-        const int fd = inotify_init1(IN_CLOEXEC);
-        if (fd < 0) {
-            return std::to_string(instances->size()) + " " + std::to_string(errno);
-        }
-        instances->push_back(fd);
+constexpr int kCallsPerPing = 256;
+
+// The proxy and the runtime warn about each call that did not go through.
+std::atomic<int> gWarnings{0};
+
+void CountWarnings(const struct __android_logger_data* data, const char* message) {
+    if (data->priority >= ANDROID_LOG_WARN) {
+        ++gWarnings;
     }
+    __android_log_stderr_logger(data, message);
 }
 
-// Connects to the socket of name and closes at once, until told to stop.
-class Churn {
-public:
-    // Returns after the first hundred tries, leaving a thread at it.
-    std::string Start(const std::string& name) {
-        const char* dir = getenv("HOST_BINDER_DIR");
-        const std::string path =
-                std::string(dir != nullptr ? dir : "/tmp/host-binder") + "/" + name;
-        mAddr.sun_family = AF_UNIX;
-        strncpy(mAddr.sun_path, path.c_str(), sizeof(mAddr.sun_path) - 1);
-        for (int i = 0; i < 100; ++i) {
-            Once();
-        }
-        mThread = std::thread([this] {
-            while (!mStop) {
-                Once();
+sp<IBinder> GetService(const char* name) {
+    return defaultServiceManager()->getService(String16(name));
+}
+
+int Client(const sp<IBinder>& binder) {
+    dprintf(STDOUT_FILENO, "%d\n", getpid());
+    const sp<IVyMediaMonitorService> service = interface_cast<IVyMediaMonitorService>(binder);
+    CallEveryOperation(service.get());
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&service, t] {
+            for (int i = 0; i < 50; ++i) {
+                service->MonitorVolumeIndex(t, i, 0);
             }
         });
-        return "ok";
     }
-    std::string Stop() {
-        mStop = true;
-        if (mThread.joinable()) {
-            mThread.join();
-        }
-        return std::to_string(mConnections);
+    for (std::thread& thread : threads) {
+        thread.join();
     }
+    Vector<String16> args;
+    args.add(String16("-a"));
+    args.add(String16("x y"));
+    int fds[2];
+    if (binder->dump(STDOUT_FILENO, args) != NO_ERROR || pipe(fds) != 0) {
+        return 1;
+    }
+    close(fds[0]);
+    printf("%d\n", binder->dump(fds[1], args));
+    return binder->isBinderAlive() ? 0 : 1;
+}
 
-private:
-    void Once() {
-        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        if (connect(fd, reinterpret_cast<const sockaddr*>(&mAddr), sizeof(mAddr)) == 0) {
-            ++mConnections;
-        }
-        close(fd);
+int Load(const sp<IBinder>& binder, int threads, int calls) {
+    const sp<IVyMediaMonitorService> service = interface_cast<IVyMediaMonitorService>(binder);
+    std::vector<std::array<long, LOAD_KINDS>> made(threads);
+    std::vector<std::thread> workers;
+    for (int t = 0; t < threads; ++t) {
+        made[t].fill(0);
+        workers.emplace_back([&binder, &service, &made, threads, calls, t] {
+            for (int call = t; call < calls; call += threads) {
+                // A one-way call fails rather than wait for a service that
+                // is behind: the two-way ping waits for it now and then.
+                if (call % kCallsPerPing == t) {
+                    binder->pingBinder();
+                }
+                ++made[t][MakeMixedCall(service.get(), t, call)];
+            }
+        });
     }
+    for (std::thread& worker : workers) {
+        worker.join();
+    }
+    binder->pingBinder();
+    for (int kind = 0; kind < LOAD_KINDS; ++kind) {
+        long total = 0;
+        for (const auto& counts : made) {
+            total += counts[kind];
+        }
+        printf("%s %ld\n", kLoadKindNames[kind], total);
+    }
+    return gWarnings == 0 && binder->isBinderAlive() ? 0 : 1;
+}
 
-    sockaddr_un mAddr = {};
-    std::thread mThread;
-    std::atomic<bool> mStop{false};
-    std::atomic<int> mConnections{0};
-};
+int Stall(const sp<IBinder>& binder) {
+    int fds[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0) {
+        return 4;
+    }
+    printf("%d\n", getpid());
+    fflush(stdout);
+    binder->dump(fds[0], Vector<String16>());
+    return 1;  // the test was to kill us first
+}
+
+int Dumps(const sp<IBinder>& binder, int count) {
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC | O_NONBLOCK) != 0) {
+        return 4;
+    }
+    const std::string page(4096, 'x');
+    while (write(fds[1], page.data(), page.size()) > 0) {
+    }
+    fcntl(fds[1], F_SETFL, 0);
+    printf("dumping\n");
+    fflush(stdout);
+    std::atomic<int> quick{0};
+    std::vector<std::thread> dumps;
+    for (int i = 0; i < count; ++i) {
+        dumps.emplace_back([&] {
+            const auto start = std::chrono::steady_clock::now();
+            binder->dump(fds[1], Vector<String16>());
+            quick += std::chrono::steady_clock::now() - start < std::chrono::seconds(1);
+        });
+    }
+    for (std::thread& dump : dumps) {
+        dump.join();
+    }
+    printf("quick %d\n", quick.load());
+    return 0;
+}
+
+// One of the programs of the monitor service's tests.
+int RunProgram(int argc, char** argv) {
+    const std::string program = argv[1];
+    const bool client = argc == 4 && program == "client";
+    const bool load = argc == 6 && program == "load";
+    const bool dumps = argc == 5 && program == "dumps";
+    if (!client && !load && !dumps && !(argc == 3 && program == "stall")) {
+        return 2;
+    }
+    __android_log_set_logger(CountWarnings);
+    if (argc > 3 && !BecomeUser(argv[3])) {
+        return 3;
+    }
+    const sp<IBinder> binder = GetService(argv[2]);
+    if (binder == nullptr) {
+        return 4;
+    }
+    if (client) {
+        return Client(binder);
+    }
+    if (dumps) {
+        return Dumps(binder, atoi(argv[4]));
+    }
+    return load ? Load(binder, std::max(1, atoi(argv[4])), atoi(argv[5])) : Stall(binder);
+}
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+    if (argc > 1) {
+        return RunProgram(argc, argv);
+    }
     sp<IBinder> binder;
-    std::vector<int> inotifyInstances;
-    Churn churn;
     bool serving = false;
     std::string line;
     while (std::getline(std::cin, line)) {
@@ -159,44 +262,25 @@ int main() {
         std::string arg;
         in >> command >> arg;
         if (command == "get") {
-            binder = defaultServiceManager()->getService(String16(arg.c_str()));
+            binder = GetService(arg.c_str());
             Say(binder != nullptr ? "ok" : "null");
         } else if (command == "calls") {
             Say(Calls(binder, atoi(arg.c_str())));
         } else if (command == "oneway") {
             Say(OnewayCalls(binder, atoi(arg.c_str())));
-        } else if (command == "uid") {
-            Say(BecomeUser(arg.c_str()) ? "ok" : strerror(errno));
-        } else if (command == "nofile") {
-            Say(LimitDescriptors(arg));
-        } else if (command == "noinotify") {
-            Say(ExhaustInotify(&inotifyInstances));
-        } else if (command == "churn") {
-            Say(churn.Start(arg));
-        } else if (command == "stop") {
-            Say(churn.Stop());
         } else if (command == "publish") {
             Say(std::to_string(defaultServiceManager()->addService(String16(arg.c_str()),
                                                                    new EchoBinder)));
             ProcessState::self()->startThreadPool();
             serving = true;
-        } else if (command == "raw") {
-            const int fd = atoi(arg.c_str());
-            size_t offset = 0;
-            in >> offset;
-            Say(SendHeader(fd, Request(EchoBinder::ECHO), offset) ? ReadReply(fd) : "closed");
         } else if (command == "await") {
             Say("ready");
             char byte;
             (void)!read(atoi(arg.c_str()), &byte, 1);
-        } else if (command == "log") {
-            __android_log_set_logger(SayLog);
-            Say("ok");
         } else {
             Say("unknown command " + command);
         }
     }
-    churn.Stop();
     if (serving) {
         ProcessState::self()->stopThreadPool();
     }

@@ -1,5 +1,5 @@
 // A writer whose limits the test sets and whose call-backs it records, for
-// driving the send policy and the writer base directly.
+// driving the send policy directly.
 #ifndef VYMM_TESTS_FAKE_WRITER_H
 #define VYMM_TESTS_FAKE_WRITER_H
 
@@ -19,11 +19,9 @@ public:
     int cur = 0;
     int max = 10;
     int fileMax = 0;
-    int prior = -1;
     long lastTime = -1;
     long cycle = 1000;
     const char* path = nullptr;
-    bool sendResult = true;
 
     // Call-backs received, in order.
     std::vector<std::string> calls;
@@ -31,7 +29,7 @@ public:
     void WriteToFile() override { calls.push_back("WriteToFile"); }
     bool DoSendMediaLog() override {
         calls.push_back("DoSendMediaLog");
-        return sendResult;
+        return true;
     }
     void ResetLogMem() override {
         calls.push_back("ResetLogMem");
@@ -47,13 +45,8 @@ public:
         *lastTimeOut = lastTime;
         *cycleOut = cycle;
     }
-    void GetLogPrior(int* priorOut) override { *priorOut = prior; }
 
-    using MediaLogBase::globalMediaLogCycleDuration;
     using MediaLogBase::mCurFileSize;
-    using MediaLogBase::mDebuggable;
-    using MediaLogBase::mLogBody;
-    using MediaLogBase::mLogMemSize;
 };
 
 #endif

@@ -80,20 +80,6 @@ std::string Describe(const sp<Service::LogSrvEvent>& event) {
                         Numbers({x->pid, x->eventLevel, x->subType, x->paraInt,
                               x->associatedEventId}));
     }
-    if (const auto* v = dynamic_cast<Service::VideoBigDataEvent*>(e)) {
-        return Describe(v->type, v->eventId, Texts({&v->str1, &v->str2, &v->str3, &v->str4}),
-                        Numbers({v->int1, v->int2, v->int3}));
-    }
-    if (const auto* c = dynamic_cast<Service::VideoMediaCodecErrorBigDataEvent*>(e)) {
-        return Describe(c->type, c->eventId,
-                        Texts({&c->str1, &c->str2, &c->str3, &c->str4, &c->str5}),
-                        Numbers({c->int1}));
-    }
-    if (const auto* c = dynamic_cast<Service::VideoMediaCatonVagueBigDataEvent*>(e)) {
-        return Describe(c->type, c->eventId,
-                        Texts({&c->str1, &c->str2, &c->str3, &c->str4, &c->str5, &c->str6}),
-                        Numbers({c->int1}));
-    }
     if (const auto* k = dynamic_cast<Service::KpiEvent*>(e)) {
         return Describe(k->type, 0, k->kpis.c_str(), "");
     }

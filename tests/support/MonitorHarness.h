@@ -22,7 +22,7 @@ Json::Value StatsOf(android::VyMediaMonitorService& service);
 
 // "<type>:<eventId> s=<texts> i=<numbers>", the fields in declaration order
 // (an exception's pid, level and sub-type among its numbers, a plain event's
-// pid, prior and sub-type).
+// pid, prior and sub-type); a video event by its plain fields only.
 std::string Describe(const android::sp<android::VyMediaMonitorService::LogSrvEvent>& event);
 
 // A service whose worker never runs: what the entry points queue stays for

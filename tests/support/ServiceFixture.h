@@ -28,7 +28,7 @@ protected:
     // reference may be the worker's own, and then shutdown runs there.
     void Stop() {
         mService.clear();
-        ASSERT_TRUE(Eventually([] { return CountThreadsNamed("mediaLogSend") == 0; }));
+        ASSERT_TRUE(Eventually([] { return CountThreads("mediaLogSend") == 0; }));
     }
 
     android::sp<ServiceProbe> mService;

@@ -30,22 +30,14 @@ inline MonitorEvent Exception(int eventId) {
 
 class ServiceProbe : public android::VyMediaMonitorService {
 public:
-    using VyMediaMonitorService::mBDCount;
     using VyMediaMonitorService::mBDCountWriter;
-    using VyMediaMonitorService::mBDFlow;
     using VyMediaMonitorService::mBDFlowWriter;
-    using VyMediaMonitorService::mBigData;
     using VyMediaMonitorService::mBigDataWriter;
-    using VyMediaMonitorService::mDebuggable;
     using VyMediaMonitorService::mDispatchLock;
-    using VyMediaMonitorService::mException;
     using VyMediaMonitorService::mExceptionLogWriter;
     using VyMediaMonitorService::mExceptionWriter;
-    using VyMediaMonitorService::mKpi;
     using VyMediaMonitorService::mKpiWriter;
     using VyMediaMonitorService::mLogSendThread;
-    using VyMediaMonitorService::mPolicy;
-    using VyMediaMonitorService::mRadar;
     using VyMediaMonitorService::mStaticTypeFlags;
 
     // Queues event as an entry point does.

@@ -90,23 +90,14 @@ void RunWithDeadline(std::chrono::seconds deadline, const std::function<void()>&
     }
 }
 
-size_t CountThreadsNamed(const std::string& name) {
-    size_t count = 0;
-    std::error_code ignored;
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task", ignored)) {
-        std::ifstream comm(task.path() / "comm");
-        std::string line;
-        count += std::getline(comm, line) && line == name;
-    }
-    return count;
-}
-
-size_t CountThreads() {
+size_t CountThreads(const std::string& name) {
     size_t count = 0;
     std::error_code ignored;
     for (auto task = std::filesystem::directory_iterator("/proc/self/task", ignored);
          task != std::filesystem::directory_iterator(); task.increment(ignored)) {
-        ++count;
+        std::ifstream comm(task->path() / "comm");
+        std::string line;
+        count += name.empty() || (std::getline(comm, line) && line == name);
     }
     return count;
 }

@@ -63,11 +63,8 @@ bool Eventually(const std::function<bool()>& condition,
 // hang it, when body has not finished after deadline.
 void RunWithDeadline(std::chrono::seconds deadline, const std::function<void()>& body);
 
-// Threads of this process whose name is name.
-size_t CountThreadsNamed(const std::string& name);
-
-// Threads of this process.
-size_t CountThreads();
+// Threads of this process whose name is name; all of them for "".
+size_t CountThreads(const std::string& name = "");
 
 // Descriptors of this process other than pipes: the service opens none, but
 // ThreadSanitizer talks to its symbolizer through two.
