@@ -95,17 +95,21 @@ void Service::LogSendThread::Exit() {
 }
 
 bool Service::LogSendThread::threadLoop() {
+    // Taken off the queue, so no longer counted against its bounds.
+    std::deque<sp<LogSrvEvent>> batch;
     while (!exitPending()) {
-        sp<LogSrvEvent> event;
-        {
+        if (batch.empty()) {
+            // Everything waiting at once: the callers meet the worker on
+            // mQueueLock once a batch, not once an event.
             Mutex::Autolock lock(mQueueLock);
             if (!WaitForEvent()) {
                 break;
             }
-            event = std::move(mEventQueue.front());
-            mEventQueue.pop_front();
-            mQueueBytes -= QueueBytes(*event);
+            batch.swap(mEventQueue);
+            mQueueBytes = 0;
         }
+        const sp<LogSrvEvent> event = std::move(batch.front());
+        batch.pop_front();
         // Dropping the last reference here may destroy the service on this
         // thread; its shutdown then stops this loop without waiting for it.
         const sp<VyMediaMonitorService> service = mService.promote();
