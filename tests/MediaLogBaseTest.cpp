@@ -57,7 +57,7 @@ TEST(MediaLogBaseTest, ExceptionMessageArgumentsAreValidatedOnly) {
 
 bool IsOpen(int fd) { return fcntl(fd, F_GETFD) != -1; }
 
-TEST(MediaLogBaseTest, LogBodyTakesTheWholeRecordFile) {
+TEST(MediaLogBaseTest, LogBodyTakesTheRecordFileUpToWhatTheLogShows) {
     TempWorkDir dir;
     ASSERT_EQ(mkdir("data", 0775), 0);
     ASSERT_EQ(mkdir("data/log", 0775), 0);
@@ -81,6 +81,13 @@ TEST(MediaLogBaseTest, LogBodyTakesTheWholeRecordFile) {
     count->mCurFileSize = 5;
     count->GetMediaLogbody(open("/dev/null", O_RDONLY));
     EXPECT_EQ(count->mLogBody, String8("count"));
+
+    // Only what the debug line can show is read.
+    std::ofstream(android::BD_COUNT_FILE) << std::string(100 * 1024, 'c');
+    count->mLogBody.clear();
+    count->mCurFileSize = 100 * 1024;
+    count->GetMediaLogbody(open("/dev/null", O_RDONLY));
+    EXPECT_EQ(count->mLogBody.length(), FakeWriter::MAX_RECORD_FILE_READ);
 }
 
 // The getters' shared bodies, as a writer of its own tag would use them.

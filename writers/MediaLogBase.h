@@ -119,7 +119,7 @@ protected:
     const String8 mRadarHead;
 
     // Owned by the writer, touched under its mutex.
-    String8 mLogBody;
+    String8 mLogBody;  // an upload's text, read by its debug line alone
     size_t mLogMemSize;       // in the writer's own unit (bytes or a count)
     nsecs_t mLastSendTime;    // monotonic; -1: not due by time
     int32_t mWriterType;      // one of LOG_TYPE_*
@@ -130,8 +130,14 @@ protected:
 
     const sp<MediaMonitorPolicy> mPolicy;
 
+    // The log cuts a line at 1024 bytes, so more of a record file (up to
+    // 2 MiB) would never be seen; read whole, it was a transient block big
+    // enough to raise the allocator's trim threshold for good.
+    static constexpr size_t MAX_RECORD_FILE_READ = 1024;
+
 private:
-    // Reads the whole record file of this writer into mLogBody.
+    // Appends the head of this writer's record file, at most
+    // MAX_RECORD_FILE_READ bytes, to mLogBody.
     void AppendRecordFile();
 };
 

@@ -50,6 +50,7 @@ public:
     void GetLogPrior(int* priorOut) override { *priorOut = prior; }
 
     using MediaLogBase::globalMediaLogCycleDuration;
+    using MediaLogBase::MAX_RECORD_FILE_READ;
     using MediaLogBase::mCurFileSize;
     using MediaLogBase::mDebuggable;
     using MediaLogBase::mLogBody;
