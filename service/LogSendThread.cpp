@@ -79,7 +79,10 @@ void Service::LogSendThread::SendLogEvent(const sp<LogSrvEvent>& event) {
     }
     mEventQueue.push_back(event);
     mQueueBytes += bytes;
-    mQueueCond.signal();
+    // The worker waits only on an empty queue.
+    if (mEventQueue.size() == 1) {
+        mQueueCond.signal();
+    }
 }
 
 void Service::LogSendThread::Exit() {
