@@ -79,10 +79,7 @@ void Service::LogSendThread::SendLogEvent(const sp<LogSrvEvent>& event) {
     }
     mEventQueue.push_back(event);
     mQueueBytes += bytes;
-    // The worker waits only on an empty queue.
-    if (mEventQueue.size() == 1) {
-        mQueueCond.signal();
-    }
+    mQueueCond.signal();
 }
 
 void Service::LogSendThread::Exit() {
