@@ -5,12 +5,15 @@
 #include <time.h>
 
 #include <algorithm>
+#include <cmath>
 #include <string>
 #include <thread>
 #include <utility>
 
 #include <android-base/properties.h>
 #include <benchmark/benchmark.h>
+
+#include "BigDataIds.h"
 
 namespace vymm_bench {
 
@@ -113,6 +116,23 @@ void SetServiceProperties(std::initializer_list<const char*> writersOn) {
         const bool on = std::any_of(writersOn.begin(), writersOn.end(),
                                     [writer](const char* name) { return strcmp(name, writer) == 0; });
         android::base::SetProperty(std::string("ro.media.") + writer, on ? "1" : "0");
+    }
+}
+
+double Percentile(const std::vector<double>& values, double p) {
+    if (values.empty()) {
+        return 0;
+    }
+    const size_t rank = static_cast<size_t>(std::ceil(p * static_cast<double>(values.size())));
+    return values[std::max<size_t>(rank, 1) - 1];
+}
+
+void FillEveryId(android::VyMediaMonitorService& service) {
+    for (const int id : kCounterIds) {
+        service.WriteBigData(id, kPackage, 1, 1);
+    }
+    for (const int id : kRecordIds) {
+        service.WriteBigData(id, kPackage, 1, 1);
     }
 }
 

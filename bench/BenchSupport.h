@@ -13,6 +13,7 @@
 #include <chrono>
 #include <future>
 #include <initializer_list>
+#include <vector>
 
 #include "service/VyMediaMonitorService.h"
 
@@ -75,6 +76,22 @@ private:
 // of the writers only those named are switched on ("radar", "bdflow",
 // "bdcount", "exception", "kpi", "bigdata").
 void SetServiceProperties(std::initializer_list<const char*> writersOn);
+
+// What the benchmarks call, queued by the big-data writer.
+constexpr int kQueuedId = 916019101;
+constexpr char kPackage[] = "com.example.player";
+
+inline double Nanos(Clock::duration d) {
+    return std::chrono::duration<double, std::nano>(d).count();
+}
+inline double Seconds(Clock::duration d) { return std::chrono::duration<double>(d).count(); }
+
+// Nearest rank; values is sorted.
+double Percentile(const std::vector<double>& values, double p);
+
+// Gives every id the big-data writer uploads a record, so that the next
+// upload sends each of them.
+void FillEveryId(android::VyMediaMonitorService& service);
 
 // Runs the benchmarks that the arguments select, uploads going nowhere
 // unless VEXEL_EVENT_LOG names a file; the exit status.

@@ -1,20 +1,31 @@
-// One queued operation through the host Binder transport from another
-// process, against a raw ping-pong of the same bytes over a Unix-domain
-// socket pair between two processes, from 1 and from 4 client threads.
+// Calls through the host Binder transport from another process:
+// - a two-way call against a raw ping-pong of the same bytes over a
+//   Unix-domain socket pair between two processes, from 1 and 4 threads;
+// - a one-way call's cost at the caller against a bare send of its bytes;
+// - one-way against two-way throughput into the service with its worker
+//   draining, counting that the service received every call sent;
+// - a one-way caller's p99 while the worker is in an upload at 1 ms a send,
+//   against its p99 with the worker idle.
 //
 // Before any thread starts, this process forks the service's process (the
 // service published in a fresh runtime folder) and an echo process that
-// answers on one socket pair per client thread; both end when their end of
-// a pipe or socket closes.
+// answers on one socket pair per client thread and drains one more; both
+// end when their end of a pipe or socket closes. VYMM_BENCH_SERVER_CPU=N
+// pins both to CPU N (pin this process with taskset).
 #include <errno.h>
+#include <sched.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <future>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -28,21 +39,51 @@
 #include "Wire.h"
 #include "support/TestEnv.h"
 
+using android::IBinder;
 using android::IVyMediaMonitorService;
 using android::Parcel;
 using android::sp;
 using android::status_t;
 using android::String16;
 using vymm_bench::Clock;
+using vymm_bench::Nanos;
+using vymm_bench::Percentile;
+using vymm_bench::Seconds;
 
 namespace {
 
 constexpr char kServiceName[] = "vymm.bench.monitor";
 constexpr int kMaxClients = 4;
 constexpr int kCallsPerThread = 200;
+// One-way calls between two waits for the service: fewer than its queue
+// (512 events) and than a socket buffer holds.
+constexpr int kOnewayBatch = 150;
+constexpr auto kTimeout = std::chrono::seconds(30);
+// The paced caller, as in service_bench: one call each period, 15 ms of
+// them within an upload of the 21 ids at 1 ms a send.
+constexpr auto kCallPeriod = std::chrono::microseconds(100);
+constexpr char kSendDelayUs[] = "1000";
+constexpr size_t kCallsDuringUpload = 150;
+
+// Control transactions of the service's process.
+enum : uint32_t {
+    RECEIVED = 0x00f00001,  // replies the calls it received
+    UPLOAD,                 // starts an upload; replies once it began
+    UPLOADED,               // replies once that upload ended
+};
 
 void Call(IVyMediaMonitorService& service) {
-    service.WriteBigData(916019101, "com.example.player", 1, 0);
+    service.WriteBigData(vymm_bench::kQueuedId, vymm_bench::kPackage, 1, 0);
+}
+
+// The request of Call, to send it by hand.
+void WriteCall(Parcel* data) {
+    data->writeInterfaceToken(IVyMediaMonitorService::descriptor);
+    data->writeInt32(vymm_bench::kQueuedId);
+    data->writeInt32(1);
+    data->writeCString(vymm_bench::kPackage);
+    data->writeInt32(1);
+    data->writeInt32(0);
 }
 
 // The bytes of one call's frames on the wire.
@@ -93,11 +134,60 @@ bool WriteFully(int fd, const std::vector<char>& buffer) {
     return true;
 }
 
+// The service as its process serves it, counting the calls it receives
+// and starting uploads when asked.
+class RemoteBenchService : public vymm_bench::BenchService {
+protected:
+    status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply,
+                        uint32_t flags) override {
+        switch (code) {
+            case RECEIVED:
+                return reply->writeInt64(mReceived);
+            case UPLOAD:
+                return StartUpload() ? android::NO_ERROR : android::TIMED_OUT;
+            case UPLOADED:
+                return mEnded.has_value() && mEnded->wait_for(kTimeout) == std::future_status::ready
+                               ? android::NO_ERROR
+                               : android::TIMED_OUT;
+            case WRITE_BIG_DATA_S_I_I:
+                ++mReceived;
+                break;
+        }
+        return BenchService::onTransact(code, data, reply, flags);
+    }
+
+private:
+    bool StartUpload() {
+        vymm_bench::FillEveryId(*this);
+        std::future<vymm_bench::ThreadTime> started = QueueMarker();
+        Queue(new LogSrvEvent(EVENT_FORCE_SEND, 0, -1, android::String8(), false));
+        mEnded = QueueMarker();
+        return started.wait_for(kTimeout) == std::future_status::ready;
+    }
+
+    std::atomic<int64_t> mReceived{0};
+    // Control calls come one at a time.
+    std::optional<std::future<vymm_bench::ThreadTime>> mEnded;
+};
+
+void PinToServerCpu() {
+    const char* cpu = getenv("VYMM_BENCH_SERVER_CPU");
+    if (cpu == nullptr) {
+        return;
+    }
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(atoi(cpu), &set);
+    sched_setaffinity(0, sizeof(set), &set);
+}
+
 // The service's process: serves until stopFd reads its end.
 int ServeUntilClosed(int stopFd) {
+    PinToServerCpu();
     const TempWorkDir scratch;
     vymm_bench::SetServiceProperties({"bigdata"});
-    const sp<android::VyMediaMonitorService> service = new android::VyMediaMonitorService;
+    setenv("VEXEL_SEND_DELAY_US", kSendDelayUs, 1);
+    const sp<RemoteBenchService> service = new RemoteBenchService;
     if (android::defaultServiceManager()->addService(String16(kServiceName), service) !=
         android::NO_ERROR) {
         return 1;
@@ -112,10 +202,12 @@ int ServeUntilClosed(int stopFd) {
     return 0;
 }
 
-// The echo process: answers each request with a reply, on every socket.
-int EchoUntilClosed(const std::vector<int>& sockets, CallBytes bytes) {
+// The echo process: answers each request with a reply on every socket of
+// echo, and reads and drops what comes on sink.
+int EchoUntilClosed(const std::vector<int>& echo, int sink, CallBytes bytes) {
+    PinToServerCpu();
     std::vector<std::thread> threads;
-    for (const int fd : sockets) {
+    for (const int fd : echo) {
         threads.emplace_back([fd, bytes] {
             std::vector<char> request(bytes.request);
             const std::vector<char> reply(bytes.reply);
@@ -123,6 +215,11 @@ int EchoUntilClosed(const std::vector<int>& sockets, CallBytes bytes) {
             }
         });
     }
+    threads.emplace_back([sink] {
+        std::vector<char> buffer(1 << 16);
+        while (read(sink, buffer.data(), buffer.size()) > 0) {
+        }
+    });
     for (std::thread& thread : threads) {
         thread.join();
     }
@@ -143,8 +240,10 @@ void Reap(pid_t child) {
 }
 
 CallBytes gBytes;
+sp<IBinder> gBinder;
 sp<IVyMediaMonitorService> gService;
 std::vector<int> gEchoSockets;  // one per client thread
+int gSinkSocket = -1;
 
 // Runs body(i) on threads threads at once: the time from their common start
 // to the end of the last.
@@ -171,22 +270,49 @@ Clock::duration RunOnThreads(int threads, const std::function<void(int)>& body) 
     return Clock::now() - start;
 }
 
-double Seconds(Clock::duration d) { return std::chrono::duration<double>(d).count(); }
+status_t Control(uint32_t code, Parcel* reply) { return gBinder->transact(code, Parcel(), reply); }
 
-void BM_RemoteCall(benchmark::State& state) {
-    const int threads = static_cast<int>(state.range(0));
+int64_t Received() {
+    Parcel reply;
+    return Control(RECEIVED, &reply) == android::NO_ERROR ? reply.readInt64() : -1;
+}
+
+// Two-way calls, each sent by hand with the operation's bytes.
+void TwoWayCalls(int count) {
+    Parcel data;
+    WriteCall(&data);
+    for (int i = 0; i < count; ++i) {
+        Parcel reply;
+        gBinder->transact(IVyMediaMonitorService::WRITE_BIG_DATA_S_I_I, data, &reply);
+    }
+}
+
+bool Usable(benchmark::State& state) {
     if (gService == nullptr) {
         state.SkipWithError("the service was not found");
+        return false;
+    }
+    return true;
+}
+
+bool StillAlive(benchmark::State& state) {
+    if (!gBinder->isBinderAlive()) {
+        state.SkipWithError("the service's process went away");
+        return false;
+    }
+    return true;
+}
+
+void BM_TwoWayCall(benchmark::State& state) {
+    const int threads = static_cast<int>(state.range(0));
+    if (!Usable(state)) {
         return;
     }
     Clock::duration binderTime{};
     Clock::duration socketTime{};
     for (auto _ : state) {
-        const Clock::duration binder = RunOnThreads(threads, [](int) {
-            for (int i = 0; i < kCallsPerThread; ++i) {
-                Call(*gService);
-            }
-        });
+        const Clock::duration binder =
+                RunOnThreads(threads, [](int) { TwoWayCalls(kCallsPerThread); });
         const Clock::duration socket = RunOnThreads(threads, [](int thread) {
             const int fd = gEchoSockets[static_cast<size_t>(thread)];
             const std::vector<char> request(gBytes.request);
@@ -200,8 +326,7 @@ void BM_RemoteCall(benchmark::State& state) {
         binderTime += binder;
         socketTime += socket;
     }
-    if (!IVyMediaMonitorService::asBinder(gService)->isBinderAlive()) {
-        state.SkipWithError("the service's process went away");
+    if (!StillAlive(state)) {
         return;
     }
     const double calls = static_cast<double>(state.iterations()) * threads * kCallsPerThread;
@@ -211,7 +336,130 @@ void BM_RemoteCall(benchmark::State& state) {
     state.counters["request_bytes"] = static_cast<double>(gBytes.request);
     state.counters["reply_bytes"] = static_cast<double>(gBytes.reply);
 }
-BENCHMARK(BM_RemoteCall)->ArgName("clients")->Arg(1)->Arg(kMaxClients)->UseManualTime();
+BENCHMARK(BM_TwoWayCall)->ArgName("clients")->Arg(1)->Arg(kMaxClients)->UseManualTime();
+
+// The caller's cost only: the service is waited for between batches, untimed.
+void BM_OneWayCall(benchmark::State& state) {
+    if (!Usable(state)) {
+        return;
+    }
+    const std::vector<char> request(gBytes.request);
+    Clock::duration callTime{};
+    Clock::duration sendTime{};
+    for (auto _ : state) {
+        Clock::time_point start = Clock::now();
+        for (int i = 0; i < kOnewayBatch; ++i) {
+            Call(*gService);
+        }
+        const Clock::duration call = Clock::now() - start;
+        gBinder->pingBinder();
+        start = Clock::now();
+        for (int i = 0; i < kOnewayBatch; ++i) {
+            (void)!send(gSinkSocket, request.data(), request.size(), MSG_NOSIGNAL);
+        }
+        sendTime += Clock::now() - start;
+        state.SetIterationTime(Seconds(call));
+        callTime += call;
+    }
+    if (!StillAlive(state)) {
+        return;
+    }
+    const double calls = static_cast<double>(state.iterations()) * kOnewayBatch;
+    state.counters["call_ns"] = Nanos(callTime) / calls;
+    state.counters["send_ns"] = Nanos(sendTime) / calls;
+    state.counters["x_send"] = Nanos(callTime) / Nanos(sendTime);
+}
+BENCHMARK(BM_OneWayCall)->UseManualTime();
+
+// Through to the service: a batch of one-way calls and the wait until the
+// service ran them, against as many two-way calls.
+void BM_OneWayThroughput(benchmark::State& state) {
+    if (!Usable(state)) {
+        return;
+    }
+    Parcel data;
+    WriteCall(&data);
+    const int64_t receivedBefore = Received();
+    int64_t sent = 0;
+    int64_t twoWay = 0;
+    Clock::duration onewayTime{};
+    Clock::duration twoWayTime{};
+    for (auto _ : state) {
+        Clock::time_point start = Clock::now();
+        for (int i = 0; i < kOnewayBatch; ++i) {
+            sent += gBinder->transact(IVyMediaMonitorService::WRITE_BIG_DATA_S_I_I, data,
+                                      nullptr, IBinder::FLAG_ONEWAY) == android::NO_ERROR;
+        }
+        gBinder->pingBinder();
+        const Clock::duration oneway = Clock::now() - start;
+        start = Clock::now();
+        TwoWayCalls(kOnewayBatch);
+        twoWayTime += Clock::now() - start;
+        twoWay += kOnewayBatch;
+        state.SetIterationTime(Seconds(oneway));
+        onewayTime += oneway;
+    }
+    if (!StillAlive(state)) {
+        return;
+    }
+    const double calls = static_cast<double>(state.iterations()) * kOnewayBatch;
+    state.counters["oneway_per_s"] = calls / Seconds(onewayTime);
+    state.counters["twoway_per_s"] = calls / Seconds(twoWayTime);
+    state.counters["x_twoway"] = Seconds(twoWayTime) / Seconds(onewayTime);
+    state.counters["sent"] = static_cast<double>(sent);
+    // Every call sent, one-way or two-way, reached the service.
+    state.counters["not_received"] =
+            static_cast<double>(sent + twoWay - (Received() - receivedBefore));
+}
+BENCHMARK(BM_OneWayThroughput)->UseManualTime();
+
+// Calls while more(), one per period; appends each call's latency.
+template <typename More>
+void PacedCalls(More more, std::vector<double>* latencies) {
+    while (more()) {
+        const Clock::time_point start = Clock::now();
+        Call(*gService);
+        latencies->push_back(Nanos(Clock::now() - start));
+        std::this_thread::sleep_until(start + kCallPeriod);
+    }
+}
+
+void BM_OneWayDuringUpload(benchmark::State& state) {
+    if (!Usable(state)) {
+        return;
+    }
+    std::vector<double> busy;
+    std::vector<double> idle;
+    for (auto _ : state) {
+        if (Control(UPLOAD, nullptr) != android::NO_ERROR) {
+            state.SkipWithError("the upload did not start");
+            return;
+        }
+        const Clock::time_point start = Clock::now();
+        size_t calls = 0;
+        PacedCalls([&] { return calls++ < kCallsDuringUpload; }, &busy);
+        state.SetIterationTime(Seconds(Clock::now() - start));
+        if (Control(UPLOADED, nullptr) != android::NO_ERROR) {
+            state.SkipWithError("the upload did not end");
+            return;
+        }
+        gBinder->pingBinder();
+    }
+    size_t calls = 0;
+    PacedCalls([&] { return calls++ < busy.size(); }, &idle);
+    gBinder->pingBinder();
+    if (!StillAlive(state)) {
+        return;
+    }
+    std::sort(busy.begin(), busy.end());
+    std::sort(idle.begin(), idle.end());
+    state.counters["calls"] = static_cast<double>(busy.size());
+    state.counters["busy_p50_us"] = Percentile(busy, 0.5) / 1000;
+    state.counters["busy_p99_us"] = Percentile(busy, 0.99) / 1000;
+    state.counters["idle_p99_us"] = Percentile(idle, 0.99) / 1000;
+    state.counters["x_idle_p99"] = Percentile(busy, 0.99) / Percentile(idle, 0.99);
+}
+BENCHMARK(BM_OneWayDuringUpload)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
@@ -239,27 +487,36 @@ int main(int argc, char** argv) {
         gEchoSockets.push_back(pair[0]);
         echoEnds.push_back(pair[1]);
     }
+    int sink[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, sink) != 0) {
+        return 1;
+    }
+    gSinkSocket = sink[0];
     const pid_t echo = fork();
     if (echo == 0) {
         close(stop[1]);
         for (const int fd : gEchoSockets) {
             close(fd);
         }
-        _exit(EchoUntilClosed(echoEnds, gBytes));
+        close(gSinkSocket);
+        _exit(EchoUntilClosed(echoEnds, sink[1], gBytes));
     }
     for (const int fd : echoEnds) {
         close(fd);
     }
+    close(sink[1]);
 
-    gService = android::interface_cast<IVyMediaMonitorService>(
-            android::defaultServiceManager()->getService(String16(kServiceName)));
+    gBinder = android::defaultServiceManager()->getService(String16(kServiceName));
+    gService = android::interface_cast<IVyMediaMonitorService>(gBinder);
     const int status = vymm_bench::RunBenchmarks(argc, argv);
     gService.clear();
+    gBinder.clear();
 
     close(stop[1]);
     for (const int fd : gEchoSockets) {
         close(fd);
     }
+    close(gSinkSocket);
     Reap(server);
     Reap(echo);
     return status;

@@ -35,15 +35,18 @@ using Service = android::VyMediaMonitorService;
 
 namespace {
 
-constexpr int kQueuedId = 916019101;
-constexpr char kPackage[] = "com.example.player";
+using vymm_bench::FillEveryId;
+using vymm_bench::kPackage;
+using vymm_bench::kQueuedId;
+using vymm_bench::Percentile;
+
 // Calls per timed batch. The worker drains each batch before the next, so
 // the queue (512 events) never refuses one.
 constexpr int kBatch = 256;
 constexpr auto kTimeout = std::chrono::seconds(30);
 
-double Nanos(Clock::duration d) { return std::chrono::duration<double, std::nano>(d).count(); }
-double Seconds(Clock::duration d) { return std::chrono::duration<double>(d).count(); }
+using vymm_bench::Nanos;
+using vymm_bench::Seconds;
 
 // The floor of a queued call: an object of the event's size handed to a
 // consumer thread under a mutex, with a signal, and taken off the front one
@@ -251,24 +254,6 @@ void PacedCalls(BenchService& service, More more, std::vector<double>* latencies
         service.WriteBigData(kQueuedId, kPackage, 1, 0);
         latencies->push_back(Nanos(Clock::now() - start));
         std::this_thread::sleep_until(start + kCallPeriod);
-    }
-}
-
-// Nearest rank; values is sorted.
-double Percentile(const std::vector<double>& values, double p) {
-    if (values.empty()) {
-        return 0;
-    }
-    const size_t rank = static_cast<size_t>(std::ceil(p * static_cast<double>(values.size())));
-    return values[std::max<size_t>(rank, 1) - 1];
-}
-
-void FillEveryId(BenchService& service) {
-    for (const int id : vymm_bench::kCounterIds) {
-        service.WriteBigData(id, kPackage, 1, 1);
-    }
-    for (const int id : vymm_bench::kRecordIds) {
-        service.WriteBigData(id, kPackage, 1, 1);
     }
 }
 

@@ -2,10 +2,12 @@
 
 #include <IVyMediaMonitorService.h>
 
+#include <atomic>
 #include <tuple>
 #include <type_traits>
 
 #include <log/log.h>
+#include <utils/Timers.h>
 
 namespace android {
 
@@ -82,6 +84,16 @@ status_t Call(IVyMediaMonitorService* service, Operation<Args...> op, const Parc
     return NO_ERROR;
 }
 
+// A one-way send fails at once while the service is behind, and then for
+// call after call: one line a second at most.
+bool FailureLogAllowed() {
+    static std::atomic<nsecs_t> sLast{0};
+    const nsecs_t now = systemTime(SYSTEM_TIME_MONOTONIC);
+    nsecs_t last = sLast.load(std::memory_order_relaxed);
+    return now - last >= seconds_to_nanoseconds(1) &&
+           sLast.compare_exchange_strong(last, now, std::memory_order_relaxed);
+}
+
 using S = const char*;
 using I = IVyMediaMonitorService;
 
@@ -89,6 +101,7 @@ using I = IVyMediaMonitorService;
 
 class BpVyMediaMonitorService : public BpInterface<IVyMediaMonitorService> {
 public:
+
     explicit BpVyMediaMonitorService(const sp<IBinder>& impl)
         : BpInterface<IVyMediaMonitorService>(impl) {}
 
@@ -158,12 +171,11 @@ private:
     template <typename... Args>
     void Send(uint32_t code, const Args&... args) {
         Parcel data;
-        Parcel reply;
         data.writeInterfaceToken(IVyMediaMonitorService::getInterfaceDescriptor());
         (WriteArg(&data, args), ...);
-        const status_t err = remote()->transact(code, data, &reply);
-        if (err != NO_ERROR) {
-            ALOGW("transaction %u failed: %d", code, err);
+        const status_t err = remote()->transact(code, data, nullptr, IBinder::FLAG_ONEWAY);
+        if (err != NO_ERROR && FailureLogAllowed()) {
+            ALOGW("transaction %u failed: %d (one line a second at most)", code, err);
         }
     }
 };

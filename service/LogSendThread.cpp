@@ -94,6 +94,14 @@ void Service::LogSendThread::Exit() {
     }
 }
 
+auto Service::LogSendThread::TakeQueue() -> std::deque<sp<LogSrvEvent>> {
+    std::deque<sp<LogSrvEvent>> events;
+    Mutex::Autolock lock(mQueueLock);
+    events.swap(mEventQueue);
+    mQueueBytes = 0;
+    return events;
+}
+
 bool Service::LogSendThread::threadLoop() {
     // Taken off the queue, so no longer counted against its bounds.
     std::deque<sp<LogSrvEvent>> batch;

@@ -119,6 +119,10 @@ void VyMediaMonitorService::SetupStaticTypeFlags() {
 void VyMediaMonitorService::DeInit() {
     if (mLogSendThread != nullptr) {
         mLogSendThread->Exit();
+        // What callers sent before the end is in the uploads below.
+        for (const sp<LogSrvEvent>& event : mLogSendThread->TakeQueue()) {
+            OnSrvEvent(event);
+        }
         mLogSendThread.clear();
     }
     // The file writers keep their records on disk; only the uploading

@@ -228,6 +228,8 @@ public:
         // Stops the thread and waits for it to end, unless called on the
         // thread itself; queued events are not dispatched.
         void Exit() EXCLUDES(mQueueLock);
+        // The events still queued, which the caller now owns.
+        std::deque<sp<LogSrvEvent>> TakeQueue() EXCLUDES(mQueueLock);
 
     protected:
         // Reads the properties and starts the thread.

@@ -72,6 +72,26 @@ TEST_F(BinderConnectionsTest, CallsBeyondTheBoundWaitTheirTurn) {
     EXPECT_EQ(calls.failure, NO_ERROR);
 }
 
+TEST_F(BinderConnectionsTest, OneWayCallsNeverWaitAndASlowCallHoldsUpNoOtherClient) {
+    PeerProcess client;
+    ASSERT_EQ(client.Ask("get echo"), "ok");
+    mEcho->SetOpen(false);
+    // The first call waits at the gate, the next ones fill the socket; then
+    // a send fails at once, or the client would never answer.
+    const CallsResult oneway = PeerProcess::ParseCalls(client.Ask("oneway 1000000"));
+    EXPECT_GT(oneway.answered, 1);
+    EXPECT_LT(oneway.answered, 1000000);
+    EXPECT_EQ(oneway.failure, WOULD_BLOCK);
+    const base::unique_fd other = RawConnect(mDir.path(), kName);
+    ASSERT_TRUE(SendHeader(other.get(), Request(IBinder::PING_TRANSACTION)));
+    EXPECT_EQ(ReadReply(other.get()), "0");
+    // A two-way call returns once the one-way calls sent before it ran:
+    // every one that was sent, none cut short.
+    mEcho->SetOpen(true);
+    EXPECT_EQ(client.Calls(1).answered, 1);
+    EXPECT_EQ(mEcho->Answered(), oneway.answered + 1);
+}
+
 TEST_F(BinderConnectionsTest, ConnectCloseLoopLocksNobodyOut) {
     PeerProcess hostile;
     if (geteuid() == 0) {

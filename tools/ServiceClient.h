@@ -23,6 +23,8 @@ std::string RuntimeFolder();
 // waits at least that long for it to be published.
 android::sp<android::IBinder> FindService(int waitMs);
 
+// Waits until the service has queued the calls made before through binder
+// (they are one-way: a two-way ping after them returns once they ran).
 // False, after saying so on stderr, when the service no longer answers:
 // every call made before has then not surely arrived.
 bool StillReachable(const android::sp<android::IBinder>& binder);

@@ -57,10 +57,8 @@ section "calls after the send, held until the shutdown"
 cat >"$dir/late.trace" <<'TRACE'
 WriteBigData i32 916600038 s8 com.vy.video s8 com.vy.video.beta s8 update
 WriteBigData i32 916600040 s8 headset i32 1 i32 30
-sleep 500
 TRACE
 cat "$dir/late.trace"
-# The pause lets the worker take the calls: the stop drops what is queued.
 "$vymm" replay "$dir/late.trace"
 
 section "SIGTERM: the shutdown uploads"

@@ -1,7 +1,7 @@
 // vymm-host: plays the media server's part on a host. Sets the properties,
 // loads the service library, launches the service and serves Binder calls
-// until SIGTERM or SIGINT, then releases the service so that its shutdown
-// runs. See usage below.
+// until SIGTERM or SIGINT; then it stops accepting, runs the calls already
+// sent and releases the service so that its shutdown runs. See usage below.
 #include <dlfcn.h>
 #include <errno.h>
 #include <limits.h>
@@ -172,9 +172,10 @@ int main(int argc, char** argv) {
     sigwait(&stopSignals, &signal);
     printf("vymm-host: %s: stopping\n", strsignal(signal));
     fflush(stdout);
-    android::ProcessState::self()->stopThreadPool();
-    // The service manager held the last reference: the service's shutdown
-    // runs here and sends what its writers hold.
+    // Returns once the requests already written to the service's sockets
+    // ran. The service manager held the last reference: the service's
+    // shutdown runs here and sends what its writers hold.
     defaultServiceManager()->removeService(String16(kServiceName));
+    android::ProcessState::self()->stopThreadPool();
     return EXIT_OK;
 }

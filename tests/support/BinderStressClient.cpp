@@ -28,6 +28,8 @@ using namespace android;
 
 namespace {
 
+constexpr int kCallsPerPing = 256;
+
 // The proxy and the runtime warn about each call that did not go through.
 std::atomic<int> gWarnings{0};
 
@@ -52,8 +54,13 @@ int Load(const char* name, int threads, int calls) {
     std::vector<std::thread> workers;
     for (int t = 0; t < threads; ++t) {
         made[t].fill(0);
-        workers.emplace_back([&service, &made, threads, calls, t] {
+        workers.emplace_back([&binder, &service, &made, threads, calls, t] {
             for (int call = t; call < calls; call += threads) {
+                // A one-way call fails rather than wait for a service that
+                // is behind: the two-way ping waits for it now and then.
+                if (call % kCallsPerPing == t) {
+                    binder->pingBinder();
+                }
                 ++made[t][MakeMixedCall(service.get(), t, call)];
             }
         });
@@ -61,6 +68,7 @@ int Load(const char* name, int threads, int calls) {
     for (std::thread& worker : workers) {
         worker.join();
     }
+    binder->pingBinder();
     for (int kind = 0; kind < LOAD_KINDS; ++kind) {
         long total = 0;
         for (const auto& counts : made) {

@@ -66,6 +66,18 @@ std::string Calls(const sp<IBinder>& binder, int count) {
     return out.str();
 }
 
+// One-way calls until count went or one failed: "sent failure -1 -1".
+std::string OnewayCalls(const sp<IBinder>& binder, int count) {
+    int sent = 0;
+    status_t status = NO_ERROR;
+    while (sent < count &&
+           (status = binder->transact(EchoBinder::ECHO, Parcel(), nullptr,
+                                      IBinder::FLAG_ONEWAY)) == NO_ERROR) {
+        ++sent;
+    }
+    return std::to_string(sent) + " " + std::to_string(status) + " -1 -1";
+}
+
 std::string LimitDescriptors(const std::string& how) {
     rlimit limit;
     getrlimit(RLIMIT_NOFILE, &limit);
@@ -151,6 +163,8 @@ int main() {
             Say(binder != nullptr ? "ok" : "null");
         } else if (command == "calls") {
             Say(Calls(binder, atoi(arg.c_str())));
+        } else if (command == "oneway") {
+            Say(OnewayCalls(binder, atoi(arg.c_str())));
         } else if (command == "uid") {
             Say(BecomeUser(arg.c_str()) ? "ok" : strerror(errno));
         } else if (command == "nofile") {

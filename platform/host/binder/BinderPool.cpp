@@ -3,16 +3,16 @@
 #include "BinderPool.h"
 
 #include <errno.h>
-#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
 #include <string.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <map>
 
 #include <binder/IPCThreadState.h>
 #include <log/log.h>
@@ -26,6 +26,9 @@ thread_local bool tServing = false;
 
 // How long accepting pauses when the process is out of descriptors.
 constexpr int ACCEPT_RETRY_MS = 1000;
+
+// The event of mWakeFd; other ids name listeners and connections.
+constexpr uint64_t WAKE_ID = 0;
 
 // Blocks SIGPIPE on this thread for the scope, and drops one raised in it: a
 // service that writes to a descriptor its caller passed, a dump to a pipe
@@ -55,47 +58,95 @@ private:
     bool mWasPending;
 };
 
+// A one-way call that its service could not unmarshal: nobody learns of it
+// but the log.
+bool Malformed(status_t status) { return status == BAD_VALUE || status == UNKNOWN_TRANSACTION; }
+
 }  // namespace
 
 BinderPool::BinderPool()
-    : mWakeFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+    : mEpollFd(epoll_create1(EPOLL_CLOEXEC)),
+      mWakeFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       mMaxThreads(DEFAULT_MAX_THREADS),
       mExit(false),
-      mPolling(false),
-      mIdle(0),
-      mJoined(0) {
-    LOG_ALWAYS_FATAL_IF(mWakeFd.get() < 0, "eventfd failed: %s", strerror(errno));
+      mRunning(false),
+      mWatching(0),
+      mJoined(0),
+      mNextId(WAKE_ID + 1),
+      mRound(0),
+      mRetired(0),
+      mFull(false),
+      mAcceptPaused(false) {
+    LOG_ALWAYS_FATAL_IF(mEpollFd.get() < 0 || mWakeFd.get() < 0, "epoll or eventfd failed: %s",
+                        strerror(errno));
+    epoll_event event = {};
+    event.events = EPOLLIN;
+    event.data.u64 = WAKE_ID;
+    LOG_ALWAYS_FATAL_IF(epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, mWakeFd.get(), &event) != 0,
+                        "epoll_ctl failed: %s", strerror(errno));
 }
 
 BinderPool::~BinderPool() { Stop(); }
 
 void BinderPool::AddListener(base::unique_fd listener, const sp<IBinder>& binder) {
-    {
-        Mutex::Autolock lock(mLock);
-        mListeners.push_back({std::move(listener), binder});
+    Mutex::Autolock lock(mLock);
+    const uint64_t id = mNextId++;
+    auto entry = std::make_shared<Listener>();
+    entry->fd = std::move(listener);
+    entry->binder = binder;
+    entry->id = id;
+    epoll_event event = {};
+    event.data.u64 = id;
+    if (epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, entry->fd.get(), &event) != 0) {
+        ALOGE("cannot watch a listener: %s", strerror(errno));
     }
-    Wake();
+    mListeners[id] = entry;
+    if (mRunning && !mFull && !mAcceptPaused) {
+        Arm(entry->fd.get(), id, EPOLLIN);
+    }
 }
 
 void BinderPool::RemoveListener(const sp<IBinder>& binder) {
+    std::vector<std::shared_ptr<Listener>> removed;
+    std::vector<std::unique_ptr<Connection>> closed;
     {
         Mutex::Autolock lock(mLock);
         for (auto it = mListeners.begin(); it != mListeners.end();) {
-            if (it->binder == binder) {
-                mRetired.push_back(std::move(it->fd));
+            if (it->second->binder == binder) {
+                it->second->removed = true;
+                epoll_ctl(mEpollFd.get(), EPOLL_CTL_DEL, it->second->fd.get(), nullptr);
+                removed.push_back(std::move(it->second));
                 it = mListeners.erase(it);
             } else {
                 ++it;
             }
         }
-        for (const std::unique_ptr<Connection>& conn : mConnections) {
-            conn->closing = conn->closing || conn->binder == binder;
-        }
-        if (!mPolling) {
-            mRetired.clear();
+    }
+    // Its socket is gone from the folder: no connection comes after these.
+    for (const std::shared_ptr<Listener>& listener : removed) {
+        Accept(listener);
+    }
+    Mutex::Autolock lock(mLock);
+    std::vector<Connection*> idle;
+    for (const auto& [id, conn] : mConnections) {
+        if (conn->binder == binder && !conn->held && !conn->retired) {
+            idle.push_back(conn.get());
         }
     }
-    Wake();
+    for (Connection* conn : idle) {
+        closed.push_back(Retire(conn));
+    }
+}
+
+void BinderPool::AwaitClosed(const sp<IBinder>& binder) {
+    Mutex::Autolock lock(mLock);
+    const auto hasConnections = [&]() REQUIRES(mLock) {
+        return std::any_of(mConnections.begin(), mConnections.end(),
+                           [&](const auto& entry) { return entry.second->binder == binder; });
+    };
+    while (!tServing && mRunning && !mExit && hasConnections()) {
+        mClosedCond.wait(mLock);
+    }
 }
 
 void BinderPool::SetMaxThreads(size_t maxThreads) {
@@ -105,14 +156,12 @@ void BinderPool::SetMaxThreads(size_t maxThreads) {
 
 void BinderPool::Start() {
     Mutex::Autolock lock(mLock);
-    if (mExit || mPolling) {
+    if (mExit || mRunning) {
         return;
     }
-    mPolling = true;
-    mPoller = std::thread([this] {
-        pthread_setname_np(pthread_self(), "binder-poll");
-        PollLoop();
-    });
+    mRunning = true;
+    ArmListeners();
+    Spawn();
 }
 
 void BinderPool::Join() {
@@ -121,7 +170,7 @@ void BinderPool::Join() {
         Mutex::Autolock lock(mLock);
         ++mJoined;
     }
-    WorkerLoop();
+    Loop();
     Mutex::Autolock lock(mLock);
     --mJoined;
     mLeftCond.broadcast();
@@ -132,8 +181,7 @@ void BinderPool::Stop() {
         ALOGE("the thread pool cannot be stopped from one of its threads");
         return;
     }
-    std::thread poller;
-    std::vector<std::thread> workers;
+    std::vector<std::thread> threads;
     {
         Mutex::Autolock lock(mLock);
         if (mExit) {
@@ -145,263 +193,191 @@ void BinderPool::Stop() {
             return;
         }
         mExit = true;
-        mWorkCond.broadcast();
-        poller = std::move(mPoller);
-        workers.swap(mWorkers);
+        threads.swap(mThreads);
+        mClosedCond.broadcast();
     }
-    Wake();
-    if (poller.joinable()) {
-        poller.join();
+    const uint64_t one = 1;
+    if (write(mWakeFd.get(), &one, sizeof(one)) < 0) {
+        ALOGE("cannot wake the pool: %s", strerror(errno));
     }
-    for (std::thread& worker : workers) {
-        worker.join();
+    for (std::thread& thread : threads) {
+        thread.join();
     }
     // Destroyed without the lock: requests first, then connections.
-    std::list<std::unique_ptr<Connection>> connections;
+    std::map<uint64_t, std::unique_ptr<Connection>> connections;
     std::deque<Request> queue;
-    std::vector<base::unique_fd> retired;
     {
         Mutex::Autolock lock(mLock);
         while (mJoined > 0) {
             mLeftCond.wait(mLock);
         }
+        for (const auto& [id, conn] : mConnections) {
+            epoll_ctl(mEpollFd.get(), EPOLL_CTL_DEL, conn->fd.get(), nullptr);
+        }
         connections.swap(mConnections);
         queue.swap(mQueue);
-        retired.swap(mRetired);
-        mPolling = false;
+        mRetired = 0;
+        mFull = false;
+        mRunning = false;
     }
     queue.clear();
     connections.clear();
-    retired.clear();
+    uint64_t count;
+    (void)!read(mWakeFd.get(), &count, sizeof(count));
     Mutex::Autolock lock(mLock);
     mExit = false;
     mStoppedCond.broadcast();
 }
 
-void BinderPool::Wake() {
-    const uint64_t one = 1;
-    if (write(mWakeFd.get(), &one, sizeof(one)) < 0 && errno != EAGAIN) {
-        ALOGE("cannot wake the poll thread: %s", strerror(errno));
-    }
+void BinderPool::Spawn() {
+    const size_t index = mThreads.size();
+    mThreads.emplace_back([this, index] {
+        char name[16];
+        snprintf(name, sizeof(name), "binder-%zu", index);
+        pthread_setname_np(pthread_self(), name);
+        Loop();
+    });
 }
 
-void BinderPool::PollLoop() {
-    std::vector<pollfd> fds;
-    std::vector<std::pair<int, sp<IBinder>>> listeners;
-    std::vector<Connection*> conns;
-    std::vector<Connection*> closing;
-    for (;; ++mRound) {
-        fds.assign(1, {mWakeFd.get(), POLLIN, 0});
-        listeners.clear();
-        conns.clear();
-        closing.clear();
-        std::vector<base::unique_fd> retired;
-        // Accepting resumes after a pause of one round.
-        const bool acceptPaused = mAcceptPaused;
-        mAcceptPaused = false;
-        bool full;
-        {
-            Mutex::Autolock lock(mLock);
-            if (mExit) {
-                return;
-            }
-            retired.swap(mRetired);
-            full = mConnections.size() >= MAX_CONNECTIONS && Victim() == nullptr;
-            for (const Listener& listener : mListeners) {
-                if (!acceptPaused && !full) {
-                    fds.push_back({listener.fd.get(), POLLIN, 0});
-                    listeners.emplace_back(listener.fd.get(), listener.binder);
-                }
-            }
-            for (const std::unique_ptr<Connection>& conn : mConnections) {
-                if (conn->busy) {
-                    continue;
-                }
-                if (conn->closing) {
-                    closing.push_back(conn.get());
-                    continue;
-                }
-                const short events = conn->out.empty() ? POLLIN : POLLOUT;
-                fds.push_back({conn->fd.get(), events, 0});
-                conns.push_back(conn.get());
-            }
-        }
-        if (full && !mFull) {
-            ALOGW("all %zu connections hold calls: new ones wait", MAX_CONNECTIONS);
-        }
-        mFull = full;
-        retired.clear();
-        for (Connection* conn : closing) {
-            Close(conn);
-        }
-        if (poll(fds.data(), fds.size(), acceptPaused ? ACCEPT_RETRY_MS : -1) < 0) {
-            if (errno != EINTR) {
-                ALOGE("poll failed: %s", strerror(errno));
-            }
-            continue;
-        }
-        if (fds[0].revents != 0) {
-            uint64_t count;
-            (void)!read(mWakeFd.get(), &count, sizeof(count));
-        }
-        for (size_t i = 0; i < conns.size(); ++i) {
-            if (fds[1 + listeners.size() + i].revents == 0) {
-                continue;
-            }
-            Connection* conn = conns[i];
-            if (conn->out.empty()) {
-                ReadRequest(conn);
-            } else if (!Flush(conn)) {
-                Close(conn);
-            }
-        }
-        // Last: making room closes connections that conns may hold.
-        bool madeRoom = false;
-        for (size_t i = 0; i < listeners.size(); ++i) {
-            if (fds[1 + i].revents != 0) {
-                Accept(listeners[i].first, listeners[i].second, &madeRoom);
-            }
-        }
-    }
-}
-
-void BinderPool::Accept(int listener, const sp<IBinder>& binder, bool* madeRoom) {
-    for (size_t accepted = 0; accepted < ACCEPT_BATCH; ++accepted) {
-        {
-            Mutex::Autolock lock(mLock);
-            if (mConnections.size() >= MAX_CONNECTIONS && (*madeRoom || Victim() == nullptr)) {
-                return;
-            }
-        }
-        base::unique_fd fd(accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-        if (fd.get() < 0) {
-            if (errno == EINTR || errno == ECONNABORTED) {
-                continue;
-            }
-            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-                ALOGE("cannot accept connections: %s", strerror(errno));
-                mAcceptPaused = true;
-            }
-            return;
-        }
-        ucred cred = {};
-        socklen_t len = sizeof(cred);
-        if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0 ||
-            !HostWire::PassCredentials(fd.get())) {
-            ALOGW("dropping a connection without credentials: %s", strerror(errno));
-            continue;
-        }
-        std::unique_ptr<Connection> conn(new Connection);
-        conn->fd = std::move(fd);
-        conn->binder = binder;
-        conn->pid = cred.pid;
-        conn->uid = cred.uid;
-        conn->lastUsed = mRound;
-        std::unique_ptr<Connection> closed;
-        {
-            Mutex::Autolock lock(mLock);
-            if (mConnections.size() >= MAX_CONNECTIONS) {
-                closed = Detach(Victim());
-                *madeRoom = true;
-            }
-            mConnections.push_back(std::move(conn));
-        }
-        if (closed != nullptr) {
-            ALOGD("closed a connection of pid %d uid %u to make room", closed->pid, closed->uid);
-        }
-    }
-}
-
-BinderPool::Connection* BinderPool::Victim() {
-    std::map<uid_t, size_t> held;
-    for (const std::unique_ptr<Connection>& conn : mConnections) {
-        ++held[conn->uid];
-    }
-    Connection* victim = nullptr;
-    for (const std::unique_ptr<Connection>& conn : mConnections) {
-        if (conn->busy) {
-            continue;
-        }
-        if (victim == nullptr || held[conn->uid] > held[victim->uid] ||
-            (held[conn->uid] == held[victim->uid] && conn->lastUsed < victim->lastUsed)) {
-            victim = conn.get();
-        }
-    }
-    return victim;
-}
-
-void BinderPool::ReadRequest(Connection* conn) {
-    switch (conn->reader.Read(conn->fd.get())) {
-        case FrameReader::NEED_MORE:
-            return;
-        case FrameReader::CLOSED:
-            if (!conn->reader.Empty()) {
-                ALOGW("dropping a truncated frame from pid %d uid %u", conn->pid, conn->uid);
-            }
-            Close(conn);
-            return;
-        case FrameReader::BAD:
-            ALOGW("dropping connection from pid %d uid %u: %s", conn->pid, conn->uid,
-                  conn->reader.Error());
-            Close(conn);
-            return;
-        case FrameReader::COMPLETE:
-            break;
-    }
-    Request request = {conn, {}, conn->reader.Sender(), std::make_unique<Parcel>()};
-    conn->reader.Take(&request.header, request.data.get());
-    conn->lastUsed = mRound;
-
-    Mutex::Autolock lock(mLock);
-    // The service was removed: the next round closes the connection, and
-    // the client finds nothing when it sends again.
-    if (conn->closing) {
-        return;
-    }
-    conn->busy = true;
-    mQueue.push_back(std::move(request));
-    // As on a device, a started pool always has a thread.
-    const size_t maxWorkers = std::max<size_t>(mMaxThreads, 1);
-    if (!mExit && mQueue.size() > mIdle && mWorkers.size() < maxWorkers) {
-        const size_t index = mWorkers.size();
-        mWorkers.emplace_back([this, index] {
-            char name[16];
-            snprintf(name, sizeof(name), "binder-%zu", index);
-            pthread_setname_np(pthread_self(), name);
-            WorkerLoop();
-        });
-    }
-    mWorkCond.signal();
-}
-
-void BinderPool::WorkerLoop() {
+void BinderPool::Loop() {
     tServing = true;
-    mLock.lock();
-    for (;;) {
-        while (!mExit && mQueue.empty()) {
-            ++mIdle;
-            mWorkCond.wait(mLock);
-            --mIdle;
+    Request request;
+    while (Next(&request)) {
+        // Serve where read: the connection's next request is read here too.
+        Connection* conn = request.conn;
+        while (Serve(&request) && ReadFrom(conn, &request)) {
         }
-        if (mExit) {
-            break;
-        }
-        Request request = std::move(mQueue.front());
-        mQueue.pop_front();
-        mLock.unlock();
-        Serve(&request);
-        mLock.lock();
     }
-    mLock.unlock();
     tServing = false;
 }
 
-void BinderPool::Serve(Request* request) {
+bool BinderPool::Next(Request* request) {
+    bool paused;
+    {
+        Mutex::Autolock lock(mLock);
+        if (mExit) {
+            return false;
+        }
+        if (TakeQueued(request)) {
+            return true;
+        }
+        paused = mAcceptPaused;
+        ++mWatching;
+    }
+    for (;;) {
+        epoll_event event = {};
+        const int n = epoll_wait(mEpollFd.get(), &event, 1, paused ? ACCEPT_RETRY_MS : -1);
+        if (n < 0 && errno != EINTR) {
+            ALOGE("epoll_wait failed: %s", strerror(errno));
+        }
+        std::shared_ptr<Listener> listener;
+        Connection* conn = nullptr;
+        {
+            Mutex::Autolock lock(mLock);
+            if (mExit) {
+                --mWatching;
+                return false;
+            }
+            if (n == 0 && mAcceptPaused) {
+                mAcceptPaused = false;
+                ArmListeners();
+            }
+            if (n <= 0 || event.data.u64 == WAKE_ID) {
+                paused = mAcceptPaused;
+                continue;
+            }
+            const auto found = mConnections.find(event.data.u64);
+            if (found != mConnections.end() && !found->second->held) {
+                conn = found->second.get();
+                conn->held = true;
+            } else if (const auto it = mListeners.find(event.data.u64); it != mListeners.end()) {
+                listener = it->second;
+            }
+            --mWatching;
+        }
+        if (listener != nullptr) {
+            Accept(listener);
+        } else if (conn != nullptr && ReadFrom(conn, request)) {
+            return true;
+        }
+        Mutex::Autolock lock(mLock);
+        if (mExit) {
+            return false;
+        }
+        if (TakeQueued(request)) {
+            return true;
+        }
+        paused = mAcceptPaused;
+        ++mWatching;
+    }
+}
+
+bool BinderPool::TakeQueued(Request* request) {
+    // The thread that queued a request watches until another one is done.
+    if (mQueue.empty() || (mWatching == 0 && mThreads.size() + mJoined > 1)) {
+        return false;
+    }
+    *request = std::move(mQueue.front());
+    mQueue.pop_front();
+    return true;
+}
+
+bool BinderPool::ReadFrom(Connection* conn, Request* request) {
+    if (!conn->out.empty()) {
+        if (!Flush(conn)) {
+            Close(conn);
+            return false;
+        }
+        // A client sends its next two-way call once it has the reply: the
+        // set reports it rather than a read that finds nothing now.
+        Release(conn);
+        return false;
+    }
+    switch (conn->reader.Read(conn->fd.get())) {
+        case FrameReader::NEED_MORE:
+            Release(conn);
+            return false;
+        case FrameReader::CLOSED:
+            if (!conn->reader.Empty() && mTruncatedLog.Allow()) {
+                ALOGW("dropping a truncated frame from pid %d uid %u", conn->pid, conn->uid);
+            }
+            Close(conn);
+            return false;
+        case FrameReader::BAD:
+            LogBadFrame(*conn, conn->reader.GetFault());
+            Close(conn);
+            return false;
+        case FrameReader::COMPLETE:
+            break;
+    }
+    *request = {conn, {}, conn->reader.Sender(), std::make_unique<Parcel>()};
+    conn->reader.Take(&request->header, request->data.get());
+
+    Mutex::Autolock lock(mLock);
+    conn->lastUsed = ++mRound;
+    if (mExit) {
+        // Stop() closes the connection; the client sends again.
+        return false;
+    }
+    // Another thread takes over watching while this one runs the call; when
+    // none can, the call waits for the next thread that is done.
+    const size_t maxThreads = std::max<size_t>(mMaxThreads, 1);
+    if (mWatching == 0 && mThreads.size() < maxThreads) {
+        Spawn();
+    } else if (mWatching == 0 && mThreads.size() + mJoined > 1) {
+        mQueue.push_back(std::move(*request));
+        return false;
+    }
+    return true;
+}
+
+bool BinderPool::Serve(Request* request) {
     Connection* conn = request->conn;
     IPCThreadState* ipc = IPCThreadState::self();
     const int64_t token = ipc->clearCallingIdentity();
     ipc->mCallingPid = request->sender.pid;
     ipc->mCallingUid = request->sender.uid;
+    const bool oneway = (request->header.flags & IBinder::FLAG_ONEWAY) != 0;
     Parcel reply;
     status_t status;
     {
@@ -412,6 +388,17 @@ void BinderPool::Serve(Request* request) {
     ipc->restoreCallingIdentity(token);
     request->data.reset();
 
+    if (oneway && Malformed(status)) {
+        if (mMalformedLog.Allow()) {
+            ALOGW("dropping connection from pid %d uid %u: one-way transaction %u is malformed",
+                  conn->pid, conn->uid, request->header.code);
+        }
+        Close(conn);
+        return false;
+    }
+    if (oneway) {
+        return true;
+    }
     if (reply.dataSize() > MAX_FRAME_DATA || reply.objectsCount() > 0) {
         ALOGE("the reply to transaction %u cannot be sent", request->header.code);
         status = FAILED_TRANSACTION;
@@ -419,13 +406,159 @@ void BinderPool::Serve(Request* request) {
     }
     conn->out = HostWire::EncodeFrame(static_cast<uint32_t>(status), 0, reply);
     conn->outSent = 0;
-    const bool sent = Flush(conn);
+    return true;
+}
+
+void BinderPool::LogBadFrame(const Connection& conn, FrameReader::Fault fault) {
+    if (mFaultLog[fault].Allow()) {
+        ALOGW("dropping connection from pid %d uid %u: %s", conn.pid, conn.uid,
+              conn.reader.Error());
+    }
+}
+
+void BinderPool::Accept(const std::shared_ptr<Listener>& listener) {
+    bool removed;
     {
         Mutex::Autolock lock(mLock);
-        conn->closing = conn->closing || !sent;
-        conn->busy = false;
+        removed = listener->removed;
     }
-    Wake();
+    bool madeRoom = false;
+    for (size_t accepted = 0; removed || accepted < ACCEPT_BATCH; ++accepted) {
+        {
+            Mutex::Autolock lock(mLock);
+            if (!removed && Live() >= MAX_CONNECTIONS && (madeRoom || Victim() == nullptr)) {
+                break;
+            }
+        }
+        base::unique_fd fd(accept4(listener->fd.get(), nullptr, nullptr,
+                                   SOCK_NONBLOCK | SOCK_CLOEXEC));
+        if (fd.get() < 0) {
+            if (errno == EINTR || errno == ECONNABORTED) {
+                continue;
+            }
+            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+                ALOGE("cannot accept connections: %s", strerror(errno));
+                Mutex::Autolock lock(mLock);
+                mAcceptPaused = true;
+                return;
+            }
+            break;
+        }
+        ucred cred = {};
+        socklen_t len = sizeof(cred);
+        if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0 ||
+            !HostWire::PassCredentials(fd.get())) {
+            ALOGW("dropping a connection without credentials: %s", strerror(errno));
+            continue;
+        }
+        std::unique_ptr<Connection> conn(new Connection);
+        conn->fd = std::move(fd);
+        conn->binder = listener->binder;
+        conn->pid = cred.pid;
+        conn->uid = cred.uid;
+        std::unique_ptr<Connection> closed;
+        {
+            Mutex::Autolock lock(mLock);
+            // The victim found above may hold a call by now: then this one
+            // connection goes over the bound.
+            Connection* victim = !removed && Live() >= MAX_CONNECTIONS ? Victim() : nullptr;
+            if (victim != nullptr) {
+                closed = Retire(victim);
+                madeRoom = true;
+            }
+        }
+        if (closed != nullptr) {
+            ALOGD("closed a connection of pid %d uid %u to make room", closed->pid, closed->uid);
+        }
+        Register(std::move(conn), *listener);
+    }
+    Mutex::Autolock lock(mLock);
+    if (!listener->removed && !mAcceptPaused && !Full()) {
+        Arm(listener->fd.get(), listener->id, EPOLLIN);
+    }
+}
+
+void BinderPool::Register(std::unique_ptr<Connection> conn, const Listener& listener) {
+    Connection* added = conn.get();
+    std::unique_ptr<Connection> closed;
+    Mutex::Autolock lock(mLock);
+    added->id = mNextId++;
+    added->lastUsed = mRound;
+    mConnections[added->id] = std::move(conn);
+    epoll_event event = {};
+    event.data.u64 = added->id;
+    if (epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, added->fd.get(), &event) != 0) {
+        ALOGE("cannot watch a connection: %s", strerror(errno));
+        closed = Detach(added);
+    } else if (listener.removed) {
+        closed = Retire(added);
+    } else {
+        Arm(added->fd.get(), added->id, EPOLLIN);
+    }
+}
+
+size_t BinderPool::Live() const { return mConnections.size() - mRetired; }
+
+bool BinderPool::Full() {
+    const bool full = Live() >= MAX_CONNECTIONS && Victim() == nullptr;
+    if (full && !mFull) {
+        ALOGW("all %zu connections hold calls: new ones wait", MAX_CONNECTIONS);
+    }
+    mFull = full;
+    return full;
+}
+
+BinderPool::Connection* BinderPool::Victim() {
+    std::map<uid_t, size_t> held;
+    for (const auto& [id, conn] : mConnections) {
+        ++held[conn->uid];
+    }
+    Connection* victim = nullptr;
+    for (const auto& [id, conn] : mConnections) {
+        if (conn->held || conn->retired) {
+            continue;
+        }
+        if (victim == nullptr || held[conn->uid] > held[victim->uid] ||
+            (held[conn->uid] == held[victim->uid] && conn->lastUsed < victim->lastUsed)) {
+            victim = conn.get();
+        }
+    }
+    return victim;
+}
+
+std::unique_ptr<BinderPool::Connection> BinderPool::Retire(Connection* conn) {
+    // Shut first: what the client sends from now on fails there, so what
+    // is left to read is all it will ever be.
+    shutdown(conn->fd.get(), SHUT_RD);
+    int unread = 0;
+    if (!conn->out.empty() || ioctl(conn->fd.get(), FIONREAD, &unread) != 0 || unread == 0) {
+        return Detach(conn);
+    }
+    conn->retired = true;
+    ++mRetired;
+    Arm(conn->fd.get(), conn->id, EPOLLIN);
+    return nullptr;
+}
+
+void BinderPool::Release(Connection* conn) {
+    std::unique_ptr<Connection> closed;
+    Mutex::Autolock lock(mLock);
+    conn->held = false;
+    if (conn->retired && !conn->out.empty()) {
+        // The client runs what it sent but does not take the replies.
+        closed = Detach(conn);
+    } else if (!conn->retired && !mExit &&
+               std::none_of(mListeners.begin(), mListeners.end(), [&](const auto& entry) {
+                   return entry.second->binder == conn->binder;
+               })) {
+        closed = Retire(conn);
+    } else {
+        Arm(conn->fd.get(), conn->id, conn->out.empty() ? EPOLLIN : EPOLLOUT);
+    }
+    // It may make room now.
+    if (mFull && mRunning) {
+        ArmListeners();
+    }
 }
 
 bool BinderPool::Flush(Connection* conn) {
@@ -453,14 +586,39 @@ void BinderPool::Close(Connection* conn) {
 }
 
 std::unique_ptr<BinderPool::Connection> BinderPool::Detach(Connection* conn) {
-    for (auto it = mConnections.begin(); it != mConnections.end(); ++it) {
-        if (it->get() == conn) {
-            std::unique_ptr<Connection> detached = std::move(*it);
-            mConnections.erase(it);
-            return detached;
-        }
+    const auto it = mConnections.find(conn->id);
+    if (it == mConnections.end()) {
+        return nullptr;
     }
-    return nullptr;
+    std::unique_ptr<Connection> detached = std::move(it->second);
+    mConnections.erase(it);
+    if (detached->retired) {
+        --mRetired;
+    }
+    // Removed before the descriptor closes: a number reused at once must
+    // not inherit its registration.
+    epoll_ctl(mEpollFd.get(), EPOLL_CTL_DEL, detached->fd.get(), nullptr);
+    mClosedCond.broadcast();
+    if (mFull && mRunning) {
+        ArmListeners();
+    }
+    return detached;
+}
+
+void BinderPool::Arm(int fd, uint64_t id, uint32_t events) {
+    epoll_event event = {};
+    event.events = events | EPOLLONESHOT;
+    event.data.u64 = id;
+    if (epoll_ctl(mEpollFd.get(), EPOLL_CTL_MOD, fd, &event) != 0) {
+        ALOGE("cannot watch a descriptor: %s", strerror(errno));
+    }
+}
+
+void BinderPool::ArmListeners() {
+    mFull = false;
+    for (const auto& [id, listener] : mListeners) {
+        Arm(listener->fd.get(), id, EPOLLIN);
+    }
 }
 
 }  // namespace android

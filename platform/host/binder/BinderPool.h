@@ -1,34 +1,39 @@
 // Serves the calls that other processes make to this process's services.
 //
-// The poll thread accepts connections on the services' sockets and reads
-// requests without ever blocking on a peer; a complete request is queued for
-// the worker threads and its connection is not read again until the reply
-// has left, so the calls of one client connection run in order. Workers are
-// spawned as requests wait, up to the maximum but at least one; threads that
-// join the pool serve as extra workers. A reply that the peer does not take
-// at once is left to the poll thread. Nothing waits on a peer. Each call
-// runs as the process that sent its request, which need not be the one
-// that opened the connection.
+// Every idle pool thread waits on one epoll set in which each listener and
+// connection is armed one-shot, so exactly one thread takes each event. The
+// thread that reads a complete request runs it and sends its reply, then
+// reads the connection's next request itself; the others go on watching,
+// and a thread is spawned when none is left to watch, up to the maximum but
+// at least one; threads that join the pool serve as extra ones. Only when
+// no thread can take over watching does a request wait in a queue for the
+// next thread that ends a call. A connection is read again only once its
+// request ran, so the calls of one connection run one after the other, in
+// order, one-way ones included. A reply that the peer does not take at once
+// waits for the connection to become writable. Nothing waits on a peer.
+// Each call runs as the process that sent its request, which need not be the
+// one that opened the connection.
 //
 // Connections are bounded. At the bound, a new connection makes room by
-// closing the least recently used connection that holds no call, of the uid
-// that holds the most connections; only while every connection holds a call
-// do new ones wait, unaccepted, in the listening socket's backlog. Clients
-// send again on a new connection when an idle one was closed, so excess
-// load waits instead of failing, and no uid crowds out the others.
+// retiring the least recently used connection that holds no call, of the
+// uid that holds the most connections; only while every connection holds a
+// call do new ones wait, unaccepted, in the listening socket's backlog. A
+// retired connection is shut for reading and closed once it has run the
+// requests already written to it; clients send again on a new connection
+// when an idle one was closed, so excess load waits instead of failing, no
+// uid crowds out the others, and no request written whole is lost.
 //
-// Threads: the poll thread runs PollLoop() and alone accepts, reads and
-// closes connections and closes listeners; workers and joined threads run
-// WorkerLoop() and Serve(). The public methods may be called from any
-// thread; Stop() not from a pool thread. mLock is the only lock, never held
-// while a call runs or a thread is joined.
+// Threads: pool threads run Loop(). The public methods may be called from
+// any thread; Stop() not from a pool thread. mLock is the only lock, never
+// held while a call runs or a thread is joined. A connection is held by one
+// thread at a time (held, under mLock); only that thread reads or writes it.
 #ifndef HOST_BINDER_BINDER_POOL_H
 #define HOST_BINDER_BINDER_POOL_H
 
 #include <sys/types.h>
 
 #include <deque>
-#include <list>
+#include <map>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -40,6 +45,7 @@
 #include <utils/Mutex.h>
 
 #include "Wire.h"
+#include "writers/LogRateLimiter.h"
 
 namespace android {
 
@@ -47,10 +53,11 @@ class BinderPool {
 public:
     // As on the device.
     static constexpr size_t DEFAULT_MAX_THREADS = 15;
-    // Connections open at once.
+    // Connections open at once, not counting retired ones still running
+    // what they were sent.
     static constexpr size_t MAX_CONNECTIONS = 64;
-    // Connections accepted from one listener in a round of the poll thread,
-    // so that the requests of those accepted are read in between.
+    // Connections accepted from one listener at a time, so that the
+    // requests of those accepted are read in between.
     static constexpr size_t ACCEPT_BATCH = 8;
 
     BinderPool();
@@ -58,11 +65,15 @@ public:
 
     // Serves binder on listener, a listening socket, from now on.
     void AddListener(base::unique_fd listener, const sp<IBinder>& binder);
-    // Stops serving binder: closes its listener, and each of its connections
-    // once no call holds it.
+    // Stops serving binder: takes the connections still in its listener's
+    // backlog and closes the listener; each connection of binder is shut
+    // for reading and closed once it ran what it was sent.
     void RemoveListener(const sp<IBinder>& binder);
+    // Returns once binder has no connection left, or at once on a pool
+    // thread or while the pool does not run.
+    void AwaitClosed(const sp<IBinder>& binder);
     void SetMaxThreads(size_t maxThreads);
-    // Starts the poll thread, unless it runs or the pool is stopping.
+    // Starts the first pool thread, unless the pool runs or is stopping.
     void Start();
     // Serves requests on the calling thread until Stop().
     void Join();
@@ -74,23 +85,25 @@ private:
     struct Listener {
         base::unique_fd fd;
         sp<IBinder> binder;
+        uint64_t id;
+        bool removed = false;  // under mLock
     };
 
-    // Owned by the poll thread while idle, and by the worker that runs its
-    // request while busy; the hand-over happens under mLock.
     struct Connection {
         base::unique_fd fd;
         sp<IBinder> binder;
+        uint64_t id;
         // Who opened the connection, for the share of connections and the
         // logs; a call runs as the sender of its request.
         pid_t pid;
         uid_t uid;
         FrameReader reader{MAX_FRAME_FDS};
-        uint64_t lastUsed = 0;     // the poll thread's round of its accept or last request
         std::vector<uint8_t> out;  // reply bytes not yet sent
         size_t outSent = 0;
-        bool busy = false;     // holds a call; read and written under mLock
-        bool closing = false;  // close it once no call holds it; under mLock
+        // Under mLock:
+        uint64_t lastUsed = 0;  // mRound of its accept or last request
+        bool held = false;      // a thread reads, runs or answers it
+        bool retired = false;   // shut for reading: closed at its end
     };
 
     struct Request {
@@ -100,48 +113,72 @@ private:
         std::unique_ptr<Parcel> data;
     };
 
-    void PollLoop();
-    void WorkerLoop();
-    // Accepts up to ACCEPT_BATCH connections on listener, making room for
-    // at most one of them a round: a connection just accepted gets a round
-    // to be read before it may be chosen to make room.
-    void Accept(int listener, const sp<IBinder>& binder, bool* madeRoom);
-    // The connection to close for a new one at the bound; null when every
-    // connection holds a call.
-    Connection* Victim() REQUIRES(mLock);
-    std::unique_ptr<Connection> Detach(Connection* conn) REQUIRES(mLock);
-    void ReadRequest(Connection* conn);
+    void Loop();
+    // A queued request, else waits for one event and takes its connection
+    // or accepts on its listener; false when the pool stops.
+    bool Next(Request* request);
+    // Reads conn, which this thread holds, unless it sends a reply first;
+    // true with a request for this thread to run. Otherwise conn was let
+    // go, closed or queued.
+    bool ReadFrom(Connection* conn, Request* request);
     // Sends what the connection's reply has left; false when it failed.
     static bool Flush(Connection* conn);
-    void Serve(Request* request);
+    // Runs a request and answers it; false when conn was closed.
+    bool Serve(Request* request);
+    // Accepts up to ACCEPT_BATCH connections on listener (all of them once
+    // it is removed), making room for at most one.
+    void Accept(const std::shared_ptr<Listener>& listener);
+    void Register(std::unique_ptr<Connection> conn, const Listener& listener) EXCLUDES(mLock);
+    // The connection to retire for a new one at the bound; null when every
+    // connection holds a call.
+    Connection* Victim() REQUIRES(mLock);
+    // Shuts conn for reading; the connection to close now when it has no
+    // request left to run, else null and it runs them first.
+    std::unique_ptr<Connection> Retire(Connection* conn) REQUIRES(mLock);
+    // Stops holding conn and watches it again.
+    void Release(Connection* conn) EXCLUDES(mLock);
     void Close(Connection* conn) EXCLUDES(mLock);
-    void Wake();
+    std::unique_ptr<Connection> Detach(Connection* conn) REQUIRES(mLock);
+    void Arm(int fd, uint64_t id, uint32_t events) REQUIRES(mLock);
+    void ArmListeners() REQUIRES(mLock);
+    size_t Live() const REQUIRES(mLock);
+    bool Full() REQUIRES(mLock);
+    void Spawn() REQUIRES(mLock);
+    // A request to run when one is queued that this thread may take.
+    bool TakeQueued(Request* request) REQUIRES(mLock);
+    void LogBadFrame(const Connection& conn, FrameReader::Fault fault);
 
-    // Constant after construction: wakes the poll thread.
+    // Constant after construction. mWakeFd, level-triggered in the set,
+    // wakes every waiting thread while the pool stops.
+    const base::unique_fd mEpollFd;
     const base::unique_fd mWakeFd;
 
     Mutex mLock;
-    Condition mWorkCond;     // a request was queued, or the pool is stopping
     Condition mLeftCond;     // a joined thread left the pool
     Condition mStoppedCond;  // a Stop() finished
+    Condition mClosedCond;   // a connection was closed
     size_t mMaxThreads GUARDED_BY(mLock);
-    bool mExit GUARDED_BY(mLock);  // a Stop() is in progress
-    bool mPolling GUARDED_BY(mLock);
-    std::thread mPoller GUARDED_BY(mLock);
-    std::vector<std::thread> mWorkers GUARDED_BY(mLock);
-    size_t mIdle GUARDED_BY(mLock);    // workers waiting for a request
-    size_t mJoined GUARDED_BY(mLock);  // threads inside Join()
-    std::vector<Listener> mListeners GUARDED_BY(mLock);
-    // Listeners removed, for the poll thread to close: it may be polling them.
-    std::vector<base::unique_fd> mRetired GUARDED_BY(mLock);
-    std::list<std::unique_ptr<Connection>> mConnections GUARDED_BY(mLock);
+    bool mExit GUARDED_BY(mLock);     // a Stop() is in progress
+    bool mRunning GUARDED_BY(mLock);  // started and not stopped
+    std::vector<std::thread> mThreads GUARDED_BY(mLock);
+    size_t mWatching GUARDED_BY(mLock);  // threads waiting for an event
+    size_t mJoined GUARDED_BY(mLock);    // threads inside Join()
+    uint64_t mNextId GUARDED_BY(mLock);
+    uint64_t mRound GUARDED_BY(mLock);
+    std::map<uint64_t, std::shared_ptr<Listener>> mListeners GUARDED_BY(mLock);
+    std::map<uint64_t, std::unique_ptr<Connection>> mConnections GUARDED_BY(mLock);
+    size_t mRetired GUARDED_BY(mLock);  // connections retired, not yet closed
     std::deque<Request> mQueue GUARDED_BY(mLock);
+    // Listeners are left unarmed while every connection holds a call, and
+    // for a while when the process is out of descriptors.
+    bool mFull GUARDED_BY(mLock);  // logged once
+    bool mAcceptPaused GUARDED_BY(mLock);
 
-    // Touched only by the poll thread. Accepting pauses for a while when the
-    // process is out of descriptors, rather than spin on the listener.
-    bool mAcceptPaused = false;
-    bool mFull = false;  // every connection holds a call; logged once
-    uint64_t mRound = 0;
+    // Any client can send bad frames as fast as it likes: one line a
+    // second for each fault, truncated frames and malformed one-way calls.
+    LogRateLimiter mFaultLog[FrameReader::FAULTS];
+    LogRateLimiter mTruncatedLog;
+    LogRateLimiter mMalformedLog;
 };
 
 }  // namespace android

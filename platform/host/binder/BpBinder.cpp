@@ -3,7 +3,9 @@
 #include <binder/BpBinder.h>
 
 #include <errno.h>
+#include <poll.h>
 #include <string.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,6 +25,14 @@ namespace {
 
 // The errors of connect() that say nothing listens on the socket any more.
 bool NothingListens(int err) { return err == ECONNREFUSED || err == ENOENT; }
+
+bool Again(int err) { return err == EAGAIN || err == EWOULDBLOCK; }
+
+void WaitFor(int fd, short events) {
+    pollfd pfd = {fd, events, 0};
+    while (poll(&pfd, 1, -1) < 0 && errno == EINTR) {
+    }
+}
 
 }  // namespace
 
@@ -92,6 +102,10 @@ status_t BpBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, ui
         ALOGE("transaction %u to %s is too large", code, mName.c_str());
         return FAILED_TRANSACTION;
     }
+    if ((flags & FLAG_ONEWAY) != 0) {
+        return sendOneway(code, data, flags);
+    }
+    waitForOneway();
     Parcel ignored;
     int backoffMs = 1;
     int lastError = 0;
@@ -132,6 +146,109 @@ status_t BpBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, ui
             std::this_thread::sleep_for(std::chrono::milliseconds(backoffMs));
             backoffMs = std::min(backoffMs * 2, MAX_BACKOFF_MS);
         }
+    }
+}
+
+std::shared_ptr<ProcessFd> BpBinder::onewayConnection() {
+    if (mOneway == nullptr || mOneway->get() < 0) {
+        std::string path;
+        {
+            Mutex::Autolock lock(mLock);
+            dropInherited();
+            path = mFolder->Entry(mName);
+        }
+        const int fd = HostWire::Connect(path, SOCK_NONBLOCK);
+        mOneway = fd >= 0 ? std::make_shared<ProcessFd>(fd) : nullptr;
+    }
+    return mOneway;
+}
+
+status_t BpBinder::sendOneway(uint32_t code, const Parcel& data, uint32_t flags) {
+    Mutex::Autolock lock(mOnewayLock);
+    for (int attempt = 1;; ++attempt) {
+        const std::shared_ptr<ProcessFd> conn = onewayConnection();
+        if (conn == nullptr) {
+            return NothingListens(errno) ? died() : Again(errno) ? WOULD_BLOCK : FAILED_TRANSACTION;
+        }
+        size_t size = 0;
+        const ssize_t sent = HostWire::TrySendFrame(conn->get(), code, flags, data, &size);
+        if (sent >= 0 && static_cast<size_t>(sent) == size) {
+            ++mOnewaySent;
+            return NO_ERROR;
+        }
+        const int err = sent < 0 ? errno : 0;
+        if (sent < 0 && Again(err)) {
+            return WOULD_BLOCK;
+        }
+        // Closed by the service, or holding part of a frame, which the
+        // service drops with the connection: never used again.
+        mOneway.reset();
+        if (sent < 0 && (err == EPIPE || err == ECONNRESET) && attempt == 1) {
+            continue;
+        }
+        ALOGE("one-way transaction %u to %s failed: %s", code, mName.c_str(),
+              sent < 0 ? strerror(err) : "sent in part");
+        return FAILED_TRANSACTION;
+    }
+}
+
+void BpBinder::dropOneway(const std::shared_ptr<ProcessFd>& conn) {
+    Mutex::Autolock lock(mOnewayLock);
+    if (mOneway == conn) {
+        mOneway.reset();
+    }
+}
+
+bool BpBinder::sendPing(const std::shared_ptr<ProcessFd>& conn) {
+    const Parcel empty;
+    for (;;) {
+        {
+            Mutex::Autolock lock(mOnewayLock);
+            size_t size = 0;
+            const ssize_t sent =
+                    HostWire::TrySendFrame(conn->get(), PING_TRANSACTION, 0, empty, &size);
+            if (sent >= 0 && static_cast<size_t>(sent) == size) {
+                return true;
+            }
+            if (sent >= 0 || !Again(errno)) {
+                return false;
+            }
+        }
+        WaitFor(conn->get(), POLLOUT);
+    }
+}
+
+void BpBinder::waitForOneway() {
+    Mutex::Autolock barrier(mBarrierLock);
+    std::shared_ptr<ProcessFd> conn;
+    uint64_t sent;
+    {
+        Mutex::Autolock lock(mOnewayLock);
+        conn = mOneway;
+        sent = mOnewaySent;
+    }
+    if (sent == mOnewayRan || conn == nullptr || conn->get() < 0) {
+        mOnewayRan = sent;
+        return;
+    }
+    mOnewayRan = sent;
+    // The service reads a connection's next request only once the one
+    // before it ran.
+    if (!sendPing(conn)) {
+        dropOneway(conn);
+        return;
+    }
+    FrameReader reader(0);
+    for (;;) {
+        const FrameReader::Result result = reader.Read(conn->get());
+        if (result == FrameReader::COMPLETE) {
+            return;
+        }
+        if (result != FrameReader::NEED_MORE) {
+            dropOneway(conn);
+            return;
+        }
+        WaitFor(conn->get(), POLLIN);
     }
 }
 

@@ -294,6 +294,8 @@ status_t HostServiceManager::removeService(const String16& name) {
         entry.publication.reset();
         ProcessState::self()->mPool->RemoveListener(entry.binder);
     }
+    // Without the lock: the calls still to run may use the manager.
+    ProcessState::self()->mPool->AwaitClosed(entry.binder);
     return NO_ERROR;
 }
 

@@ -7,7 +7,7 @@
 
 namespace android {
 
-int HostWire::Connect(const std::string& path) {
+int HostWire::Connect(const std::string& path, int type) {
     sockaddr_un addr = {};
     if (path.size() >= sizeof(addr.sun_path)) {
         errno = ENAMETOOLONG;
@@ -15,7 +15,7 @@ int HostWire::Connect(const std::string& path) {
     }
     addr.sun_family = AF_UNIX;
     memcpy(addr.sun_path, path.c_str(), path.size() + 1);
-    base::unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    base::unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | type, 0));
     // Set before the first message, which may be sent before the service
     // accepts the connection.
     if (fd.get() < 0 || !PassCredentials(fd.get())) {
@@ -46,21 +46,19 @@ std::vector<uint8_t> HostWire::EncodeFrame(uint32_t code, uint32_t flags, const 
     return bytes;
 }
 
-status_t HostWire::SendFrame(int fd, uint32_t code, uint32_t flags, const Parcel& parcel) {
-    if (parcel.dataSize() > MAX_FRAME_DATA || parcel.mFds.size() > MAX_FRAME_FDS) {
-        return FAILED_TRANSACTION;
-    }
-    const std::vector<uint8_t> bytes = EncodeFrame(code, flags, parcel);
-
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int) * MAX_FRAME_FDS)] = {};
-    iovec iov = {const_cast<uint8_t*>(bytes.data()), bytes.size()};
-    msghdr msg = {};
-    msg.msg_iov = &iov;
-    msg.msg_iovlen = 1;
-    if (!parcel.mFds.empty()) {
-        msg.msg_control = control;
-        msg.msg_controllen = CMSG_SPACE(sizeof(int) * parcel.mFds.size());
-        cmsghdr* cmsg = CMSG_FIRSTHDR(&msg);
+// A frame as one message: its bytes, with the descriptors on the first.
+class FrameMessage {
+public:
+    FrameMessage(uint32_t code, uint32_t flags, const Parcel& parcel)
+        : mBytes(HostWire::EncodeFrame(code, flags, parcel)) {
+        mMsg.msg_iov = &mIov;
+        mMsg.msg_iovlen = 1;
+        if (parcel.mFds.empty()) {
+            return;
+        }
+        mMsg.msg_control = mControl;
+        mMsg.msg_controllen = CMSG_SPACE(sizeof(int) * parcel.mFds.size());
+        cmsghdr* cmsg = CMSG_FIRSTHDR(&mMsg);
         cmsg->cmsg_level = SOL_SOCKET;
         cmsg->cmsg_type = SCM_RIGHTS;
         cmsg->cmsg_len = CMSG_LEN(sizeof(int) * parcel.mFds.size());
@@ -69,23 +67,63 @@ status_t HostWire::SendFrame(int fd, uint32_t code, uint32_t flags, const Parcel
         }
     }
 
-    size_t sent = 0;
-    while (sent < bytes.size()) {
-        iov.iov_base = const_cast<uint8_t*>(bytes.data()) + sent;
-        iov.iov_len = bytes.size() - sent;
-        const ssize_t n = sendmsg(fd, &msg, MSG_NOSIGNAL);
+    size_t size() const { return mBytes.size(); }
+
+    // Sends from byte sent on; the byte count, or -1 with errno set.
+    ssize_t SendFrom(int fd, size_t sent, int flags) {
+        mIov.iov_base = mBytes.data() + sent;
+        mIov.iov_len = mBytes.size() - sent;
+        ssize_t n;
+        do {
+            n = sendmsg(fd, &mMsg, flags | MSG_NOSIGNAL);
+        } while (n < 0 && errno == EINTR);
+        if (n > 0) {
+            // The descriptors went with the first bytes.
+            mMsg.msg_control = nullptr;
+            mMsg.msg_controllen = 0;
+        }
+        return n;
+    }
+
+private:
+    std::vector<uint8_t> mBytes;
+    alignas(cmsghdr) char mControl[CMSG_SPACE(sizeof(int) * MAX_FRAME_FDS)] = {};
+    iovec mIov = {};
+    msghdr mMsg = {};
+};
+
+namespace {
+
+bool Fits(const Parcel& parcel) {
+    return parcel.dataSize() <= MAX_FRAME_DATA && parcel.objectsCount() <= MAX_FRAME_FDS;
+}
+
+}  // namespace
+
+status_t HostWire::SendFrame(int fd, uint32_t code, uint32_t flags, const Parcel& parcel) {
+    if (!Fits(parcel)) {
+        return FAILED_TRANSACTION;
+    }
+    FrameMessage message(code, flags, parcel);
+    for (size_t sent = 0; sent < message.size();) {
+        const ssize_t n = message.SendFrom(fd, sent, 0);
         if (n < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
             return -errno;
         }
         sent += static_cast<size_t>(n);
-        // The descriptors went with the first bytes.
-        msg.msg_control = nullptr;
-        msg.msg_controllen = 0;
     }
     return NO_ERROR;
+}
+
+ssize_t HostWire::TrySendFrame(int fd, uint32_t code, uint32_t flags, const Parcel& parcel,
+                               size_t* size) {
+    if (!Fits(parcel)) {
+        errno = EMSGSIZE;
+        return -1;
+    }
+    FrameMessage message(code, flags, parcel);
+    *size = message.size();
+    return message.SendFrom(fd, 0, MSG_DONTWAIT);
 }
 
 void HostWire::Adopt(Parcel* parcel, std::vector<uint8_t>&& data,
@@ -98,8 +136,15 @@ void HostWire::Adopt(Parcel* parcel, std::vector<uint8_t>&& data,
     fds.clear();
 }
 
-FrameReader::Result FrameReader::Fail(const char* why) {
-    mError = why;
+const char* FrameReader::Error() const {
+    static constexpr const char* kTexts[FAULTS] = {
+            "read failed",         "too many descriptors", "credentials changed within a frame",
+            "not a frame",         "frame too large",      "descriptors missing"};
+    return kTexts[mFault];
+}
+
+FrameReader::Result FrameReader::Fail(Fault why) {
+    mFault = why;
     mFds.clear();
     return BAD;
 }
@@ -132,13 +177,13 @@ FrameReader::Result FrameReader::Read(int fd) {
             if (errno == EAGAIN || errno == EWOULDBLOCK) {
                 return NEED_MORE;
             }
-            return errno == ECONNRESET ? CLOSED : Fail("read failed");
+            return errno == ECONNRESET ? CLOSED : Fail(READ_FAILED);
         }
         // Own the descriptors first, so that none leaks whatever follows.
         ucred sender = UNKNOWN_SENDER;
         TakeControl(&msg, &sender);
         if ((msg.msg_flags & MSG_CTRUNC) != 0 || mFds.size() > mMaxFds) {
-            return Fail("too many descriptors");
+            return Fail(TOO_MANY_FDS);
         }
         if (n == 0) {
             mFds.clear();
@@ -150,7 +195,7 @@ FrameReader::Result FrameReader::Read(int fd) {
             mSender = sender;
         } else if (sender.pid != mSender.pid || sender.uid != mSender.uid ||
                    sender.gid != mSender.gid) {
-            return Fail("credentials changed within a frame");
+            return Fail(CREDENTIALS_CHANGED);
         }
 
         if (mHeaderGot < sizeof(mHeader)) {
@@ -159,13 +204,13 @@ FrameReader::Result FrameReader::Read(int fd) {
                 continue;
             }
             if (mHeader.magic != FRAME_MAGIC) {
-                return Fail("not a frame");
+                return Fail(NOT_A_FRAME);
             }
             if (mHeader.dataSize > MAX_FRAME_DATA) {
-                return Fail("frame too large");
+                return Fail(TOO_LARGE);
             }
             if (mHeader.fdCount > mMaxFds) {
-                return Fail("too many descriptors");
+                return Fail(TOO_MANY_FDS);
             }
             mData.resize(mHeader.dataSize);
             mDataGot = 0;
@@ -173,7 +218,7 @@ FrameReader::Result FrameReader::Read(int fd) {
             mDataGot += static_cast<size_t>(n);
         }
         if (mDataGot == mData.size()) {
-            return mFds.size() == mHeader.fdCount ? COMPLETE : Fail("descriptors missing");
+            return mFds.size() == mHeader.fdCount ? COMPLETE : Fail(FDS_MISSING);
         }
     }
 }

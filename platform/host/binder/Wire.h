@@ -33,15 +33,20 @@ constexpr size_t MAX_FRAME_DATA = 1 << 20;
 constexpr size_t MAX_FRAME_FDS = 4;
 
 struct HostWire {
-    // A blocking socket connected to the one listening at path; -1 with
-    // errno set on failure.
-    static int Connect(const std::string& path);
+    // A socket connected to the one listening at path, blocking unless
+    // type holds SOCK_NONBLOCK (then a full backlog fails with EAGAIN); -1
+    // with errno set on failure.
+    static int Connect(const std::string& path, int type = 0);
     // Makes the kernel attach credentials to the messages on fd; false on
     // failure, with errno set.
     static bool PassCredentials(int fd);
     // Sends a whole frame carrying parcel's data and descriptors; blocks
     // until it is sent. NO_ERROR, or the send error.
     static status_t SendFrame(int fd, uint32_t code, uint32_t flags, const Parcel& parcel);
+    // One attempt that never blocks: the bytes of the frame sent (its size
+    // in size), which may be fewer than all of them; -1 with errno set.
+    static ssize_t TrySendFrame(int fd, uint32_t code, uint32_t flags, const Parcel& parcel,
+                                size_t* size);
     // The bytes of a frame without descriptors.
     static std::vector<uint8_t> EncodeFrame(uint32_t code, uint32_t flags, const Parcel& parcel);
     // Makes parcel hold data and own fds, positioned at the start.
@@ -57,15 +62,18 @@ public:
         NEED_MORE,  // the socket has no more bytes for now
         COMPLETE,   // Take() the frame
         CLOSED,     // the peer closed the connection
-        BAD,        // not a valid frame; Error() says why
+        BAD,        // not a valid frame; GetFault() says why
     };
+    enum Fault { READ_FAILED, TOO_MANY_FDS, CREDENTIALS_CHANGED, NOT_A_FRAME, TOO_LARGE,
+                 FDS_MISSING, FAULTS };
 
     explicit FrameReader(size_t maxFds) : mMaxFds(maxFds) {}
 
     Result Read(int fd);
     // True when no byte of a frame has been read.
     bool Empty() const { return mHeaderGot == 0; }
-    const char* Error() const { return mError; }
+    Fault GetFault() const { return mFault; }
+    const char* Error() const;
     // Who sent the frame being read, as the kernel reported it for its
     // bytes: every read of a frame must report the same sender. Pid 0 and
     // ids -1 when it reported none.
@@ -76,7 +84,7 @@ public:
 private:
     static constexpr ucred UNKNOWN_SENDER = {0, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
 
-    Result Fail(const char* why);
+    Result Fail(Fault why);
     // Owns the descriptors that msg carries, and reads its sender.
     void TakeControl(msghdr* msg, ucred* sender);
 
@@ -87,7 +95,7 @@ private:
     size_t mDataGot = 0;
     std::vector<base::unique_fd> mFds;
     ucred mSender = UNKNOWN_SENDER;
-    const char* mError = "";
+    Fault mFault = READ_FAILED;
 };
 
 }  // namespace android

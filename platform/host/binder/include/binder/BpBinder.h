@@ -11,6 +11,13 @@
 // listens on the socket any more is the proxy dead: every call then fails
 // with DEAD_OBJECT. A child forked from the process that made the proxy
 // uses connections of its own and never touches those it inherited.
+//
+// One-way calls (FLAG_ONEWAY) all go on one connection of the proxy, so the
+// service runs them in the order sent, whichever thread sent them. Such a
+// call returns once its request is written: when the socket cannot take it
+// at once it fails with WOULD_BLOCK and nothing of it is sent. A two-way
+// call returns only after the one-way calls sent before it through the
+// proxy ran: it first waits for a ping on their connection.
 #ifndef HOST_BINDER_BP_BINDER_H
 #define HOST_BINDER_BP_BINDER_H
 
@@ -69,6 +76,17 @@ private:
     int connect();
     // Forgets the connections a forked child inherited, without closing them.
     void dropInherited() REQUIRES(mLock);
+    status_t sendOneway(uint32_t code, const Parcel& data, uint32_t flags);
+    // Returns once the one-way calls sent before ran (or their connection
+    // is gone, taking them with it).
+    void waitForOneway();
+    // The one-way connection, opened without waiting when there is none;
+    // null with errno set when it cannot be.
+    std::shared_ptr<ProcessFd> onewayConnection() REQUIRES(mOnewayLock);
+    // Sends a ping on conn without holding mOnewayLock while it waits; false
+    // when conn cannot take it.
+    bool sendPing(const std::shared_ptr<ProcessFd>& conn) EXCLUDES(mOnewayLock);
+    void dropOneway(const std::shared_ptr<ProcessFd>& conn) EXCLUDES(mOnewayLock);
     Outcome exchange(int fd, uint32_t code, uint32_t flags, const Parcel& data, Parcel* reply,
                      status_t* status);
     // What a call whose reply was cut short fails with.
@@ -79,6 +97,16 @@ private:
     const std::string mName;
 
     std::atomic<bool> mAlive;
+
+    // Lock order: mBarrierLock, mOnewayLock, mLock.
+    // Held by the one thread waiting for a ping on the one-way connection.
+    Mutex mBarrierLock;
+    uint64_t mOnewayRan GUARDED_BY(mBarrierLock) = 0;  // mOnewaySent as of the last ping
+    // Held only for sends that never wait.
+    Mutex mOnewayLock;
+    // Shared with a waiting ping, which may outlive its use here.
+    std::shared_ptr<ProcessFd> mOneway GUARDED_BY(mOnewayLock);
+    uint64_t mOnewaySent GUARDED_BY(mOnewayLock) = 0;
 
     mutable Mutex mLock;
     // Reopened in a forked child.

@@ -30,8 +30,7 @@ public:
         DUMP_TRANSACTION = B_PACK_CHARS('_', 'D', 'M', 'P'),
         INTERFACE_TRANSACTION = B_PACK_CHARS('_', 'N', 'T', 'F'),
 
-        // On a host every call is synchronous: the flag reaches onTransact,
-        // but the caller still waits for the reply.
+        // The caller does not wait for the call to run, and gets no reply.
         FLAG_ONEWAY = 0x00000001,
     };
 

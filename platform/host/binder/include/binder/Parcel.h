@@ -88,6 +88,7 @@ public:
 
 private:
     friend struct HostWire;
+    friend class FrameMessage;
 
     struct Fd {
         int fd;
