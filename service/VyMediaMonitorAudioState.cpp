@@ -66,7 +66,7 @@ void VyMediaMonitorService::MonitorBroadcastDevice(unsigned int device) {
 
 void VyMediaMonitorService::MonitorVolumeIndex(int source, int index, int device) {
     if (source < 1 || source > VOLUME_SOURCES) {
-        ALOGE("invalid volume source");
+        ALOG_LIMITED(mRefusalLog, ANDROID_LOG_ERROR, "invalid volume source");
         return;
     }
     // Any index is kept as the one character '0' + index, cut to a byte.

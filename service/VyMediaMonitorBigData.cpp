@@ -78,7 +78,7 @@ void VyMediaMonitorService::WriteBigData(int eventId, const char* s1, const char
     static_assert(BIGDATA_ID_LAST_PKG - BIGDATA_ID_FIRST_PKG + 1 == PKG_SLOTS);
     const bool cached = IsPkgSlotId(eventId);
     if (!cached && !IsQueuedPkgId(eventId)) {
-        ALOGE("%s", kUnknownType);
+        ALOG_LIMITED(mRefusalLog, ANDROID_LOG_ERROR, "%s", kUnknownType);
         return;
     }
     const sp<BigDataEvent> event = new BigDataEvent(EVENT_BIGDATA_PKG, eventId, ToString8(s1),
@@ -96,17 +96,17 @@ void VyMediaMonitorService::WriteBigData(int eventId, const char* s1, const char
     // i1 is the usage or the stream; negative ones count as too large.
     const uint32_t index = static_cast<uint32_t>(i1);
     if (eventId == BIGDATA_ID_USAGE && index >= USAGE_SLOTS) {
-        LOG_PRI(index <= kLastWarnedUsage ? ANDROID_LOG_WARN : ANDROID_LOG_ERROR, LOG_TAG,
-                "Invalid usage type, stop writing");
+        ALOG_LIMITED(mRefusalLog, index <= kLastWarnedUsage ? ANDROID_LOG_WARN : ANDROID_LOG_ERROR,
+                     "Invalid usage type, stop writing");
         return;
     }
     if (eventId == BIGDATA_ID_STREAM_VOLUME && index >= STREAM_VOLUME_SLOTS) {
-        ALOGE("Invalid stream type, stop writing");
+        ALOG_LIMITED(mRefusalLog, ANDROID_LOG_ERROR, "Invalid stream type, stop writing");
         return;
     }
     if (eventId != BIGDATA_ID_USAGE && eventId != BIGDATA_ID_STREAM_VOLUME &&
         eventId != kQueuedPkgTypeId) {
-        ALOGE("%s", kUnknownType);
+        ALOG_LIMITED(mRefusalLog, ANDROID_LOG_ERROR, "%s", kUnknownType);
         return;
     }
     const sp<BigDataEvent> event = new BigDataEvent(EVENT_BIGDATA_PKG_TYPE, eventId,
@@ -152,7 +152,7 @@ void VyMediaMonitorService::WriteBigData(int eventId, const char* s1, const char
 void VyMediaMonitorService::WriteBigData(int eventId, const char* s1, const char* s2,
                                          const char* s3, const char* s4) {
     if (eventId != BIGDATA_ID_PLAY_STATUS) {
-        ALOGE("%s", kUnknownType);
+        ALOG_LIMITED(mRefusalLog, ANDROID_LOG_ERROR, "%s", kUnknownType);
         return;
     }
     const sp<BigDataEvent> event = new BigDataEvent(EVENT_BIGDATA_PLAY_STATUS, eventId,

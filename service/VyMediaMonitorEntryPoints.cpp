@@ -4,14 +4,14 @@
 
 #include "service/VyMediaMonitorService.h"
 
-#include <stdio.h>
-
 #include <iterator>
 
 #include <binder/IPCThreadState.h>
 #include <binder/PermissionCache.h>
 #include <log/log.h>
 #include <private/android_filesystem_config.h>
+
+#include "service/CallerOutput.h"
 
 namespace android {
 
@@ -32,6 +32,11 @@ constexpr int kDirectLogType = 9;
 // from the first flow type, to the count file from the first count type.
 constexpr int kFirstFlowType = 10000;
 constexpr int kFirstCountType = 20000;
+
+// One attempt that never waits: for the short answers that need no dump slot.
+void WriteLineToCaller(int fd, const String8& line) {
+    WriteToCaller(fd, line.string(), line.length(), 0);
+}
 
 bool IsAudioLossReport(const String8& reason) { return reason == "MUTE" || reason == "LOW"; }
 
@@ -67,14 +72,16 @@ bool VyMediaMonitorService::IsCallerAllowed(const char* operation) {
     if (CheckUid(uid)) {
         return true;
     }
-    ALOGI("Permission Denial: can't %s VyMediaMonitorService from pid=%d, uid=%d\n", operation,
-          ipc->getCallingPid(), uid);
+    ALOG_LIMITED(mDenialLog, ANDROID_LOG_INFO,
+                 "Permission Denial: can't %s VyMediaMonitorService from pid=%d, uid=%d\n",
+                 operation, ipc->getCallingPid(), uid);
     return false;
 }
 
 String8 VyMediaMonitorService::ToString8(const char* text) {
     if (text == nullptr) {
-        ALOGE("INVALID OPERATION: null pointer dereference");
+        ALOG_LIMITED(mNullTextLog, ANDROID_LOG_ERROR,
+                     "INVALID OPERATION: null pointer dereference");
         return String8();
     }
     return String8(text);
@@ -187,18 +194,41 @@ status_t VyMediaMonitorService::Dump(int fd, const Vector<String16>& /*args*/) {
     const IPCThreadState* ipc = IPCThreadState::self();
     if (ipc->getCallingUid() != AID_MEDIA &&
         !PermissionCache::checkCallingPermission(*kDumpPermission)) {
-        dprintf(fd, "Permission Denial: can't Dump mediaMonitor from pid=%d, uid=%d\n",
-                ipc->getCallingPid(), static_cast<int>(ipc->getCallingUid()));
+        WriteLineToCaller(fd, String8::format("Permission Denial: can't Dump mediaMonitor from "
+                                              "pid=%d, uid=%d\n",
+                                              ipc->getCallingPid(),
+                                              static_cast<int>(ipc->getCallingUid())));
         return NO_ERROR;
     }
+    if (mDumpsRunning.fetch_add(1) < MAX_CONCURRENT_DUMPS) {
+        WriteDump(fd, RenderDump());
+    } else {
+        WriteLineToCaller(fd, String8::format("Dump busy: %d dumps are running, try again\n",
+                                              MAX_CONCURRENT_DUMPS));
+    }
+    mDumpsRunning.fetch_sub(1);
+    return NO_ERROR;
+}
+
+String8 VyMediaMonitorService::RenderDump() {
     const sp<MediaLogBase> writers[] = {mExceptionLogWriter, mBDFlowWriter, mBDCountWriter,
                                         mExceptionWriter,    mKpiWriter,    mBigDataWriter};
+    String8 text;
     for (const sp<MediaLogBase>& writer : writers) {
         if (writer != nullptr) {
-            writer->Dump(fd);
+            text.append(writer->DumpText());
         }
     }
-    return NO_ERROR;
+    return text;
+}
+
+void VyMediaMonitorService::WriteDump(int fd, const String8& text) {
+    const size_t written = WriteToCaller(fd, text.string(), text.length(), DUMP_TIMEOUT);
+    if (written < text.length()) {
+        ALOG_LIMITED(mDumpLog, ANDROID_LOG_WARN,
+                     "Dump given up: the caller took %zu of %zu bytes within %d s", written,
+                     text.length(), static_cast<int>(nanoseconds_to_seconds(DUMP_TIMEOUT)));
+    }
 }
 
 status_t VyMediaMonitorService::dump(int fd, const Vector<String16>& args) {

@@ -319,7 +319,9 @@ public:
     virtual void SendVolumeCacheEvent(int stream) REQUIRES(mLock);
     virtual void SendCacheEvent() REQUIRES(mLock);
     // Writes the writers' dumps to fd on a debuggable device, to a caller of
-    // uid 1013 or with the dump permission. Always 0.
+    // uid 1013 or with the dump permission. Always 0. Never waits on the
+    // caller with a lock held: the text is rendered first, then written
+    // within DUMP_TIMEOUT; at most MAX_CONCURRENT_DUMPS run at once.
     virtual status_t Dump(int fd, const Vector<String16>& args);
     virtual void GetActiveStream() REQUIRES(mLock) EXCLUDES(mAudioStateLock);
     virtual void WritePlayingStatus() EXCLUDES(mLock, mAudioStateLock);
@@ -428,15 +430,34 @@ protected:
 private:
     // Caller check of operations 1 to 3: false, with the denial line naming
     // operation, when the calling uid is not admitted.
-    static bool IsCallerAllowed(const char* operation);
+    bool IsCallerAllowed(const char* operation);
     // A client's C string; null logs the error line and becomes empty.
-    static String8 ToString8(const char* text);
+    String8 ToString8(const char* text);
     // Each writer whose switch is 1, in their fixed order.
     void CreateWriters();
     // Removes path when its switch is 0; name is the property's last word.
     void RemoveStaleFile(int32_t value, const char* path, const char* name);
     // Queues event under mLock.
     void QueueEvent(const sp<LogSrvEvent>& event) EXCLUDES(mLock);
+    // The writers' dumps, in their fixed order, each under its writer's lock.
+    String8 RenderDump();
+    // Writes a rendered dump to the caller's fd within DUMP_TIMEOUT, or gives
+    // up with a (rate-limited) line.
+    void WriteDump(int fd, const String8& text);
+
+    // A dump waits this long in all for its caller to read.
+    static constexpr nsecs_t DUMP_TIMEOUT = seconds_to_nanoseconds(3);
+    // Dumps beyond this many at once are answered at once, so that callers
+    // that never read cannot take the serving threads.
+    static constexpr int MAX_CONCURRENT_DUMPS = 2;
+    std::atomic<int> mDumpsRunning{0};
+
+    // Lines that any client can provoke with every call, one limiter per
+    // kind; thread-safe on their own.
+    LogRateLimiter mDenialLog;    // operations 1 to 3 refused
+    LogRateLimiter mNullTextLog;  // a null C string
+    LogRateLimiter mRefusalLog;   // an unknown id, stream, usage or volume source
+    LogRateLimiter mDumpLog;      // a dump given up
 };
 
 }  // namespace android

@@ -12,23 +12,33 @@ namespace {
 
 nsecs_t Now() { return systemTime(SYSTEM_TIME_MONOTONIC); }
 
-TEST(LogRateLimiterTest, LetsOneLinePerPeriodThroughAcrossThreads) {
-    const nsecs_t period = milliseconds_to_nanoseconds(20);
-    const size_t wanted = 4;
+TEST(LogRateLimiterTest, PassesABurstThenAFewASecondAndCountsWhatItHeldBack) {
+    constexpr int kBurst = 3;
+    constexpr int kPerSecond = 50;  // one line every 20 ms
     const nsecs_t start = Now();
-    LogRateLimiter limiter(period);
-    std::atomic<size_t> allowed{0};
-    ASSERT_TRUE(limiter.Allow()) << "the first line passes";
-    ++allowed;
+    LogRateLimiter limiter(kBurst, kPerSecond);
+    size_t heldBack = 99;
+    for (int i = 0; i < kBurst; ++i) {
+        ASSERT_TRUE(limiter.Allow(&heldBack)) << "line " << i << " of the burst";
+        EXPECT_EQ(heldBack, 0u);
+    }
+    EXPECT_FALSE(limiter.Allow());
     EXPECT_FALSE(limiter.Allow());
 
-    // Two threads ask without pause until enough periods have let lines through.
+    // Two threads ask without pause until enough intervals have let lines through.
+    const size_t wanted = 4;
     const nsecs_t deadline = start + seconds_to_nanoseconds(10);
+    std::atomic<size_t> allowed{0};
+    std::atomic<size_t> reported{0};
     std::vector<std::thread> threads;
     for (int i = 0; i < 2; ++i) {
         threads.emplace_back([&] {
             while (allowed < wanted && Now() < deadline) {
-                allowed += limiter.Allow();
+                size_t count = 0;
+                if (limiter.Allow(&count)) {
+                    ++allowed;
+                    reported += count;
+                }
             }
         });
     }
@@ -36,8 +46,13 @@ TEST(LogRateLimiterTest, LetsOneLinePerPeriodThroughAcrossThreads) {
         thread.join();
     }
     const nsecs_t elapsed = Now() - start;
-    EXPECT_GE(allowed, wanted) << "lines pass again after each period";
-    EXPECT_LE(allowed, static_cast<size_t>(elapsed / period) + 1);
+    EXPECT_GE(allowed, wanted) << "lines pass again after each interval";
+    EXPECT_LE(allowed, static_cast<size_t>(elapsed / milliseconds_to_nanoseconds(20)) + 1);
+    // The next line let through reports what the last ones held back.
+    size_t last = 0;
+    while (!limiter.Allow(&last) && Now() < deadline) {
+    }
+    EXPECT_EQ(reported + last, limiter.Suppressed()) << "every refused line is reported once";
 }
 
 }  // namespace

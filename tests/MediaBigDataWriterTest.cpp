@@ -15,6 +15,7 @@
 #include "writers/MediaBigDataWriter.h"
 #include "writers/MediaMonitorPolicy.h"
 
+using android::LogRateLimiter;
 using android::MediaBigDataWriter;
 using android::Mutex;
 using android::sp;
@@ -225,7 +226,7 @@ TEST_F(MediaBigDataWriterTest, DistinctLongTextKeysStopAtTheByteLimitKeepingTheC
                                  .count();
     const size_t refusals = mLog.CountContaining(kTag, "bigdata store full");
     EXPECT_GE(refusals, 1u);
-    EXPECT_LE(refusals, static_cast<size_t>(seconds) + 1) << "at most one line a second";
+    EXPECT_LE(refusals, LogRateLimiter::BURST + LogRateLimiter::PER_SECOND * (seconds + 1));
     int cur = -1;
     int max = -1;
     {

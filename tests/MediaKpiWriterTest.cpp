@@ -51,7 +51,7 @@ TEST(MediaKpiWriterTest, NamesMalformedTextsAndSendsNamedEventsWithinTheCycleAll
     LogCapture log;
     android::sp<KpiWriter> writer = new KpiWriter;
     for (auto [text, error] : {std::pair{"916019003=1:250", "Kpis 916019003=1:250 valueStart error"},
-                               {" \t\r\n=5:6", "Kpis  \t\r\n=5:6 contains an empty key"},
+                               {" \t\r\n=5:6", "Kpis  \\t\\x0d\\n=5:6 contains an empty key"},
                                {"abc", "Kpis abc miss a value"},
                                {"916019003=1", nullptr}}) {
         log.Clear();
@@ -59,6 +59,18 @@ TEST(MediaKpiWriterTest, NamesMalformedTextsAndSendsNamedEventsWithinTheCycleAll
         EXPECT_EQ(log.Lines().size(), error ? 1u : 0u) << text << "\n" << log.ToString();
         EXPECT_TRUE(!error || log.Contains(ANDROID_LOG_ERROR, "Vymedia_monitor_KPI", error));
     }
+    // A flood of them logs little, each text cut short, and forges no line.
+    log.Clear();
+    const String8 flood((std::string("abc\nforged ") + std::string(1000, 'x')).c_str());
+    for (int i = 0; i < 5000; ++i) {
+        writer->WriteKpis(flood);
+    }
+    size_t bytes = 0;
+    for (const LogLine& line : log.Lines()) {
+        bytes += line.message.size();
+        EXPECT_EQ(line.message.find('\n'), std::string::npos) << line.message;
+    }
+    EXPECT_LT(bytes, 64u * 1024);
 
     // Each id the library or the name table lacks comes before one that goes out.
     Vector<MediaKpi> list;

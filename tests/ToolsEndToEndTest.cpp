@@ -35,18 +35,19 @@ int MillisLeft(Clock::time_point deadline) {
     return left.count() > 0 ? static_cast<int>(left.count()) : 0;
 }
 
-// A program run with its standard output and error on one pipe; killed if
-// the test leaves it running.
+// A program run with its standard output and error on one pipe (or its
+// output on out); killed if the test leaves it running.
 class Process {
 public:
-    explicit Process(std::vector<std::string> argv) : mDeadline(Clock::now() + kDeadline) {
+    explicit Process(std::vector<std::string> argv, int out = -1)
+        : mDeadline(Clock::now() + kDeadline) {
         int fds[2];
         if (pipe2(fds, O_CLOEXEC) != 0) {
             return;
         }
         mPid = fork();
         if (mPid == 0) {
-            dup2(fds[1], STDOUT_FILENO);
+            dup2(out >= 0 ? out : fds[1], STDOUT_FILENO);
             dup2(fds[1], STDERR_FILENO);
             std::vector<char*> args;
             for (std::string& arg : argv) {
@@ -207,6 +208,24 @@ TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {
     if (isRoot) {
         EXPECT_TRUE(WaitForUpload(events, newPackage + "\n")) << "sent by the forced send";
     }
+    // Sleeps add up before anything is sent; a call too large to deliver fails the replay.
+    WriteFile("long.trace", "sleep 86400000\nsleep 1\n");
+    const std::string tooLong = RunTool({VYMM, "replay", "long.trace"});
+    EXPECT_EQ(tooLong.rfind("2|", 0), 0u) << tooLong;
+    EXPECT_TRUE(Contains(tooLong, "sleeps 86400001 ms in all, more than --max-sleep 3600000"));
+    EXPECT_EQ(RunTool({VYMM, "replay", "--fast", "long.trace"}), "0|");
+    WriteFile("large.trace", "MonitorPlayingApp s8 " + std::string(1 << 20, 'x') + "\n");
+    const std::string large = RunTool({VYMM, "replay", "large.trace"});
+    EXPECT_EQ(large.rfind("1|", 0), 0u) << large.substr(0, 200);
+    EXPECT_TRUE(Contains(large, "large.trace:1: MonitorPlayingApp not delivered"));
+
+    // A dump into a pipe that nobody reads holds up neither the calls nor SIGTERM.
+    int full[2];
+    ASSERT_EQ(pipe2(full, O_CLOEXEC | O_NONBLOCK), 0);
+    while (write(full[1], root.path().data(), root.path().size()) > 0) {
+    }
+    fcntl(full[1], F_SETFL, 0);
+    Process stuck({VYMM, "dump"}, full[1]);
     const std::string refused = RunTool({VYMM, "call", "WriteBigData", "i32", "1", "s8", "a"});
     EXPECT_EQ(refused.rfind("2|", 0), 0u) << refused;
     const std::string dump = RunTool({VYMM, "dump"});
@@ -224,6 +243,9 @@ TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {
     }
     ASSERT_EQ(kill(host.pid(), SIGTERM), 0);
     EXPECT_EQ(host.Wait(), 0) << host.output();
+    EXPECT_TRUE(Contains(host.output(), "Dump given up")) << host.output();
+    close(full[0]);
+    close(full[1]);
     const std::string gone = RunTool({VYMM, "call", "1", "i32", "0"});
     EXPECT_EQ(gone.rfind("1|", 0), 0u) << gone;
     EXPECT_TRUE(Contains(gone, "runtime folder " + binderDir.path())) << gone;

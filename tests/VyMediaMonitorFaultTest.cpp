@@ -7,6 +7,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -23,6 +24,7 @@
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "support/ClientProcess.h"
 #include "support/ServiceFixture.h"
@@ -44,8 +46,9 @@ bool UploadedOnce(const std::vector<std::string>& lines, int eventId, long calls
 class ServiceFaultTest : public ServiceFixture {
 protected:
     // Holds exceptions 901 and 902, uploads them with a forced send while
-    // threads queue 400 reports of 903, then stops: shutdown uploads 903.
-    // Returns the event log, or fails the test on a hang.
+    // threads queue 400 reports of 903, one in four with bytes that are not
+    // UTF-8, then stops: shutdown uploads 903. Returns the event log, each
+    // line valid JSON, or fails the test on a hang.
     std::vector<std::string> UploadThroughTheLibrary() {
         const size_t fds = CountOpenFiles();
         RunWithDeadline(kDeadline, [this] {
@@ -55,9 +58,10 @@ protected:
             probe.Queue(Plain(Service::EVENT_FORCE_SEND));
             std::vector<std::thread> callers;
             for (int t = 0; t < 4; ++t) {
-                callers.emplace_back([&probe] {
+                callers.emplace_back([&probe, t] {
+                    const String8 app(t == 0 ? "app\xff\xc3(\x01" : "app");
                     for (int i = 0; i < 100; ++i) {
-                        probe.WriteLogMsg(903, 1, 2, String8("late"), String8("app"));
+                        probe.WriteLogMsg(903, 1, 2, String8("late"), app);
                     }
                 });
             }
@@ -69,7 +73,11 @@ protected:
         });
         EXPECT_EQ(CountOpenFiles(), fds);
         EXPECT_EQ(mLog.CountContaining("Vymedia_monitor", "eventQueue full"), 0u);
-        return mEvents.Lines();
+        const std::vector<std::string> lines = mEvents.Lines();
+        for (const std::string& line : lines) {
+            EXPECT_TRUE(nlohmann::json::accept(line)) << line;
+        }
+        return lines;
     }
 };
 
@@ -144,6 +152,56 @@ TEST_F(ServiceFaultTest, FileWritersCarryOnWhenTheirFileOrFolderIsRemoved) {
     EXPECT_EQ(CountOpenFiles(), fds);
 }
 
+// The most memory the process has held, in KiB.
+long PeakMemoryKiB() {
+    std::ifstream status("/proc/self/status");
+    std::string word;
+    while (status >> word && word != "VmHWM:") {
+    }
+    long kib = -1;
+    status >> kib;
+    return kib;
+}
+
+// What is planted at a record path is replaced, never followed, opened
+// without waiting or read beyond the cap; a record is one line whatever
+// its text.
+TEST_F(ServiceFaultTest, PlantedRecordPathsAreReplacedNeverFollowed) {
+    ScopedProperty flow("ro.media.bdflow", "1");
+    ScopedProperty count("ro.media.bdcount", "1");
+    fs::create_directories("data/log");
+    const auto write = [this](ServiceProbe& probe, int32_t event) {
+        probe.Queue(Plain(Service::EVENT_BD_FLOW_MSG, 1, 10000, "one\nforged"));
+        probe.Queue(Plain(Service::EVENT_BD_COUNT_MSG, 1, 20000, "x"));
+        probe.Queue(Plain(event));
+        ASSERT_TRUE(probe.Drain(mLog));
+    };
+    const auto writeAndUpload = [&write](ServiceProbe& probe) {
+        write(probe, Service::EVENT_BD_WRITE_FILES);
+        write(probe, Service::EVENT_FORCE_SEND);
+    };
+    std::ofstream("target") << "precious";
+    ServiceProbe& probe = Start();
+    write(probe, Service::EVENT_BD_WRITE_FILES);
+    const std::string records = ReadFile(BD_FLOW_FILE);
+    EXPECT_NE(records.find(",one\\nforged"), std::string::npos) << records;
+    fs::remove(BD_FLOW_FILE);
+    fs::create_symlink("../../target", BD_FLOW_FILE);
+    fs::remove(BD_COUNT_FILE);
+    ASSERT_EQ(mkfifo(BD_COUNT_FILE, 0600), 0);
+    writeAndUpload(probe);
+    EXPECT_EQ(ReadFile("target"), "precious");
+    for (const char* path : {BD_FLOW_FILE, BD_COUNT_FILE}) {
+        EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(path))) << path;
+    }
+
+    Stop();
+    fs::resize_file(BD_FLOW_FILE, 64 << 20);  // sparse: no memory until read
+    const long peak = PeakMemoryKiB();
+    writeAndUpload(Start());
+    EXPECT_LT(PeakMemoryKiB() - peak, 16 * 1024);
+}
+
 // Its dump waits, with a deadline, until the test lets it go on.
 class StallingService : public ServiceProbe {
 public:
@@ -202,6 +260,26 @@ TEST_F(ServedServiceTest, AClientKilledInTheMiddleOfACallLeavesTheServiceServing
     service.release.set_value();
     EXPECT_TRUE(FilesBackWhereTheyWere());
     ExpectServed();
+}
+
+// Dumps into a pipe that nobody reads: a permitted caller's first two wait
+// for it, the third and every denied one are answered at once, and
+// meanwhile the worker and other clients carry on.
+TEST_F(ServedServiceTest, DumpsIntoAPipeNobodyReadsHoldUpNoOne) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "dumping as another uid needs root";
+    }
+    ServiceProbe& probe = Serve();
+    for (const auto& [user, dumps, quick] : {std::tuple{"-", 3, 1}, {"2001", 20, 20}}) {
+        ClientProcess client(std::string(BINDER_STRESS_CLIENT) + " dumps " + kServiceName + " " +
+                             user + " " + std::to_string(dumps));
+        ASSERT_EQ(client.ReadLine(), "dumping");
+        probe.Queue(Plain(Service::EVENT_LOG_MSG, 2, 3, "during a dump"));
+        EXPECT_TRUE(probe.Drain(mLog)) << "the worker goes on";
+        ExpectServed();
+        EXPECT_EQ(client.ReadLine(), "quick " + std::to_string(quick)) << user;
+        EXPECT_EQ(client.Finish().status, 0);
+    }
 }
 
 TEST_F(ServedServiceTest, AClientThatConnectsAndSendsNothingHoldsUpNoOne) {

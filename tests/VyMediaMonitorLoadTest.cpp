@@ -153,10 +153,10 @@ TEST_F(MonitorLoadTest, EveryKeptCallOfEightBusyClientsIsAccountedFor) {
     EXPECT_LE(counted, expected.countMessages);
     EXPECT_LE(reported, expected.exceptions);
     EXPECT_EQ(mLog.CountContaining(kTag, "bytes waiting, dropping"), 0u);
-    EXPECT_EQ(static_cast<long>(mLog.CountContaining(kTag, "can't WriteMediaBigData")),
-              expected.refusedFileMessages);
-    EXPECT_EQ(static_cast<long>(mLog.CountContaining(kTag, "can't WriteLogMsg")),
-              expected.refusedLogMessages);
+    // Refusals are logged at a limited rate: the first burst of them at least.
+    EXPECT_GE(static_cast<long>(mLog.CountContaining(kTag, "can't Write")),
+              std::min<long>(LogRateLimiter::BURST,
+                               expected.refusedFileMessages + expected.refusedLogMessages));
 
     // Shutdown uploads the exceptions the writer holds, one event a sub-type.
     Withdraw();

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include <IVyMediaMonitorService.h>
+#include <binder/Binder.h>
 #include <binder/IServiceManager.h>
 
 #include "tools/TextLines.h"
@@ -26,6 +27,31 @@ namespace {
 
 // The host runtime's folder when HOST_BINDER_DIR is not set.
 constexpr char kDefaultRuntimeFolder[] = "/tmp/host-binder";
+
+// Stands between an operation's proxy and the service to keep the status of
+// the transaction, which the interface's operations do not return.
+class StatusKeeper : public android::BBinder {
+public:
+    explicit StatusKeeper(const sp<IBinder>& service) : mService(service) {}
+    android::status_t status() const { return mStatus; }
+
+protected:
+    android::status_t onTransact(uint32_t code, const android::Parcel& data,
+                                 android::Parcel* reply, uint32_t flags) override {
+        mStatus = mService->transact(code, data, reply, flags);
+        return mStatus;
+    }
+
+private:
+    const sp<IBinder> mService;
+    android::status_t mStatus = android::NO_ERROR;
+};
+
+// What a sleep step waits; --fast waits nothing.
+int64_t SleepMs(const TraceStep& step, const ReplayOptions& options) {
+    const double scale = options.fast ? 0 : 1;
+    return static_cast<int64_t>(static_cast<double>(step.sleepMs) * scale);
+}
 
 // Steps [begin, end) of a trace, all under one uid.
 struct Segment {
@@ -43,6 +69,8 @@ public:
     int Run();
 
 private:
+    // False, after saying so, when the sleeps add up to more than allowed.
+    bool SleepsWithinLimit() const;
     // The first `as` that this process cannot honour, or null.
     const TraceStep* FirstForbiddenAs() const;
     std::vector<Segment> Segments() const;
@@ -55,6 +83,22 @@ private:
     const ReplayOptions& mOptions;
     const uid_t mSelf;
 };
+
+bool Replayer::SleepsWithinLimit() const {
+    int64_t total = 0;
+    for (const TraceStep& step : mSteps) {
+        total += step.kind == TraceStep::SLEEP ? SleepMs(step, mOptions) : 0;
+    }
+    if (total <= mOptions.maxSleepMs) {
+        return true;
+    }
+    fprintf(stderr,
+            "vymm replay: %s sleeps %lld ms in all, more than --max-sleep %lld; nothing was "
+            "sent\n",
+            mName.c_str(), static_cast<long long>(total),
+            static_cast<long long>(mOptions.maxSleepMs));
+    return false;
+}
 
 const TraceStep* Replayer::FirstForbiddenAs() const {
     for (const TraceStep& step : mSteps) {
@@ -93,18 +137,17 @@ size_t Replayer::CallsIn(const Segment& segment) const {
 }
 
 int Replayer::RunSegment(const Segment& segment, const sp<IBinder>& binder) const {
-    const sp<IVyMediaMonitorService> service = android::interface_cast<IVyMediaMonitorService>(
-            binder);
     const int lastLine = mSteps.back().line;
     for (size_t i = segment.begin; i < segment.end; ++i) {
         const TraceStep& step = mSteps[i];
         if (mOptions.progress) {
             fprintf(stderr, "\rvymm replay: line %d of %d ", step.line, lastLine);
         }
-        if (step.kind == TraceStep::SLEEP && !mOptions.fast) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(step.sleepMs));
-        } else if (step.kind == TraceStep::CALL) {
-            step.op->invoke(*service, step.args);
+        if (step.kind == TraceStep::SLEEP) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(SleepMs(step, mOptions)));
+        } else if (step.kind == TraceStep::CALL &&
+                   !CallService(binder, *step.op, step.args, LinePrefix(mName, step.line))) {
+            return EXIT_UNREACHABLE;
         }
     }
     return StillReachable(binder) ? EXIT_OK : EXIT_UNREACHABLE;
@@ -139,6 +182,9 @@ int Replayer::RunInChild(const Segment& segment) const {
 }
 
 int Replayer::Run() {
+    if (!SleepsWithinLimit()) {
+        return EXIT_USAGE;
+    }
     if (const TraceStep* as = FirstForbiddenAs(); as != nullptr && !mOptions.skipOtherUids) {
         fprintf(stderr,
                 "%sas %u: only root can make calls from another uid; nothing was sent "
@@ -196,6 +242,18 @@ sp<IBinder> FindService(int waitMs) {
                 kServiceName, RuntimeFolder().c_str());
     }
     return binder;
+}
+
+bool CallService(const sp<IBinder>& binder, const Operation& op,
+                 const std::vector<TypedArg>& args, const std::string& where) {
+    const sp<StatusKeeper> keeper = new StatusKeeper(binder);
+    op.invoke(*android::interface_cast<IVyMediaMonitorService>(keeper), args);
+    if (keeper->status() == android::NO_ERROR) {
+        return true;
+    }
+    fprintf(stderr, "%s%s not delivered (status %d)\n", where.c_str(), op.name,
+            keeper->status());
+    return false;
 }
 
 bool StillReachable(const sp<IBinder>& binder) {

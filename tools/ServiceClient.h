@@ -4,6 +4,8 @@
 #ifndef VYMM_TOOLS_SERVICE_CLIENT_H
 #define VYMM_TOOLS_SERVICE_CLIENT_H
 
+#include <stdint.h>
+
 #include <string>
 #include <vector>
 
@@ -29,16 +31,26 @@ android::sp<android::IBinder> FindService(int waitMs);
 // every call made before has then not surely arrived.
 bool StillReachable(const android::sp<android::IBinder>& binder);
 
+// Makes the call; false, after saying on stderr "<where>OP not delivered",
+// when the transport did not deliver it (too large, the service gone).
+bool CallService(const android::sp<android::IBinder>& binder, const Operation& op,
+                 const std::vector<TypedArg>& args, const std::string& where);
+
+// The most a trace may sleep in all by default: an hour.
+constexpr int64_t kDefaultMaxSleepMs = 3600LL * 1000;
+
 struct ReplayOptions {
     bool fast = false;           // skip the sleep lines
+    int64_t maxSleepMs = kDefaultMaxSleepMs;  // refuse a trace that sleeps longer in all
     bool skipOtherUids = false;  // without root, skip the calls of `as` other uids
     bool progress = false;       // show the line being replayed on stderr
     int waitMs = 0;              // as FindService's
 };
 
-// Replays steps, read from the file name; returns an exit status. Without
-// root an `as` of another uid refuses the whole trace (EXIT_USAGE) before
-// anything is sent, unless skipOtherUids.
+// Replays steps, read from the file name; returns an exit status. Before
+// anything is sent, a trace whose sleeps add up to more than maxSleepMs is
+// refused (EXIT_USAGE), and so is, without root, an `as` of another uid
+// unless skipOtherUids. A call not delivered stops the replay (EXIT_UNREACHABLE).
 int Replay(const std::vector<TraceStep>& steps, const std::string& name,
            const ReplayOptions& options);
 

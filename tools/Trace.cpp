@@ -7,9 +7,6 @@
 
 namespace vymm {
 
-namespace {
-
-// A decimal number from 0 to max, nothing else.
 bool ParseCount(const std::string& word, long long max, long long* value) {
     if (word.empty() || word[0] < '0' || word[0] > '9') {
         return false;
@@ -19,6 +16,8 @@ bool ParseCount(const std::string& word, long long max, long long* value) {
     *value = strtoll(word.c_str(), &end, 10);
     return errno == 0 && *end == '\0' && *value <= max;
 }
+
+namespace {
 
 bool ParseStep(const std::vector<std::string>& words, TraceStep* step, std::string* error) {
     const std::string& head = words[0];

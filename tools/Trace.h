@@ -29,6 +29,9 @@ struct TraceStep {
 // The longest sleep a trace may ask for: a day.
 constexpr int64_t kMaxSleepMs = 24LL * 3600 * 1000;
 
+// A decimal number from 0 to max, nothing else.
+bool ParseCount(const std::string& word, long long max, long long* value);
+
 // The steps of the trace; false at the first malformed line, with
 // "NAME:LINE: ..." (and the expected signatures for a call) in error.
 bool ParseTrace(std::istream& in, const std::string& name, std::vector<TraceStep>* steps,

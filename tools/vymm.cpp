@@ -29,11 +29,13 @@ constexpr char kUsage[] =
         "  call OP ARG...                call operation OP (number or name); each ARG is\n"
         "                                i32 N, s8 TEXT or null\n"
         "  dump [ARG...]                 the service's dump, as dumpsys prints it\n"
-        "  replay [--fast] [--skip-as] FILE\n"
-        "                                replay a trace: one call a line, sleep MS, as UID\n"
+        "  replay [--fast] [--skip-as] [--max-sleep MS] FILE\n"
+        "                                replay a trace: one call a line, sleep MS, as UID;\n"
+        "                                refused if its sleeps add up to more than MS\n"
+        "                                (default 3600000, an hour)\n"
         "  events [FILE]                 the uploaded events ($VEXEL_EVENT_LOG)\n"
         "--wait MS waits for the service to be published. Exit status: 0 done,\n"
-        "1 the service cannot be reached, 2 bad usage.\n";
+        "1 the service cannot be reached or a call was not delivered, 2 bad usage.\n";
 
 int Usage(const char* problem) {
     fprintf(stderr, "vymm: %s\n%s", problem, kUsage);
@@ -60,8 +62,9 @@ int Call(const std::vector<std::string>& words, int waitMs) {
     if (binder == nullptr) {
         return EXIT_UNREACHABLE;
     }
-    op->invoke(*android::interface_cast<android::IVyMediaMonitorService>(binder), args);
-    return StillReachable(binder) ? EXIT_OK : EXIT_UNREACHABLE;
+    return CallService(binder, *op, args, "vymm call: ") && StillReachable(binder)
+                   ? EXIT_OK
+                   : EXIT_UNREACHABLE;
 }
 
 int Dump(const std::vector<std::string>& words, int waitMs) {
@@ -88,7 +91,13 @@ int ReplayFile(const std::vector<std::string>& words, int waitMs) {
     options.progress = isatty(STDERR_FILENO) != 0;
     size_t i = 0;
     for (; i < words.size() && words[i].rfind("--", 0) == 0; ++i) {
-        if (words[i] == "--fast") {
+        if (words[i] == "--max-sleep") {
+            long long ms = 0;
+            if (++i == words.size() || !ParseCount(words[i], INT64_MAX, &ms)) {
+                return Usage("--max-sleep takes milliseconds");
+            }
+            options.maxSleepMs = ms;
+        } else if (words[i] == "--fast") {
             options.fast = true;
         } else if (words[i] == "--skip-as") {
             options.skipOtherUids = true;

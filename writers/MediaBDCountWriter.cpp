@@ -4,6 +4,8 @@
 
 #include <log/log.h>
 
+#include "writers/ClientText.h"
+
 namespace android {
 
 namespace {
@@ -107,7 +109,7 @@ String8 MediaBDCountWriter::FormatRecords(bool forDump) {
     String8 text(forDump ? "\n\n---------bigData Count Record Begin---------\n\n"
                          : "---------New Record Begin---------\n\n");
     for (size_t i = 0; i < mAppCounters.size(); ++i) {
-        text.append(mAppCounters.keyAt(i));
+        text.append(EscapeClientText(mAppCounters.keyAt(i)));
         text.append(":\n");
         AppendCounters(&text, mAppCounters.valueAt(i));
     }

@@ -49,7 +49,7 @@ void MediaBDFileWriter::Reopen(int extraFlags, mode_t mode) {
     if (mFd >= 0) {
         close(mFd);
     }
-    mFd = open(mPath, O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | extraFlags, mode);
+    mFd = OpenRecordPath(mPath, O_RDWR | O_CREAT | O_APPEND | extraFlags, mode);
 }
 
 void MediaBDFileWriter::FlushToFile() {
@@ -62,11 +62,9 @@ bool MediaBDFileWriter::SendMediaLog() {
     return DoSendMediaLog();
 }
 
-void MediaBDFileWriter::Dump(int fd) {
+String8 MediaBDFileWriter::DumpText() {
     Mutex::Autolock lock(mLock);
-    if (fd >= 0) {
-        WriteText(fd, FormatRecords(true));
-    }
+    return FormatRecords(true);
 }
 
 void MediaBDFileWriter::WriteToFile() {

@@ -22,7 +22,7 @@ class MediaBDFileWriter : public MediaLogBase {
 public:
     // Memory cap, in the writer's own unit, and record file cap in bytes.
     static constexpr size_t MAX_LOG_MEM_SIZE = 512;
-    static constexpr size_t MAX_FILE_SIZE = 2097152;
+    static constexpr size_t MAX_FILE_SIZE = MAX_RECORD_FILE_SIZE;
 
     ~MediaBDFileWriter() override;
 
@@ -30,7 +30,7 @@ public:
     // the file (memory is kept) and a forced upload.
     void FlushToFile() EXCLUDES(mLock);
     bool SendMediaLog() EXCLUDES(mLock);
-    void Dump(int fd) override EXCLUDES(mLock);
+    String8 DumpText() override EXCLUDES(mLock);
 
     // Appends the records held to the file, unless the file has been removed.
     void WriteToFile() override REQUIRES(mLock);

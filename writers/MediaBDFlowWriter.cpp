@@ -4,6 +4,8 @@
 
 #include <log/log.h>
 
+#include "writers/ClientText.h"
+
 namespace android {
 
 namespace {
@@ -53,10 +55,10 @@ String8 MediaBDFlowWriter::FormatRecords(bool forDump) {
         text.append(mNewLine);
         text.append(record.time);
         text.append("  ");
-        text.append(record.appName);
+        text.append(EscapeClientText(record.appName));
         text.append(mAt);
         text.appendFormat(forDump ? "%d: %d, " : "%d:%d,", record.pid, record.type);
-        text.append(record.msg);
+        text.append(EscapeClientText(record.msg));
     }
     return text;
 }

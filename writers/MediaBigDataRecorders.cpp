@@ -302,7 +302,7 @@ bool MediaBigDataWriter::Record(const Route* routes, size_t count, int eventId, 
             return Store(route->fields, eventId, args);
         }
     }
-    ALOGE("Unknown bigdata type");
+    ALOG_LIMITED(mUnknownTypeLog, ANDROID_LOG_ERROR, "Unknown bigdata type");
     return true;
 }
 
@@ -392,7 +392,7 @@ void MediaBigDataWriter::WriteBigData(int eventId, String8 pkgName, int a, int b
     } else if (eventId == 916700001) {
         WriteBigDataBluetoothHDRecording(eventId, pkgName, a, b, c, d);
     } else {
-        ALOGE("Unknown bigdata type");
+        ALOG_LIMITED(mUnknownTypeLog, ANDROID_LOG_ERROR, "Unknown bigdata type");
     }
     TriggerLogStrategy();
 }

@@ -6,6 +6,7 @@
 #include <log/log.h>
 #include <utils/Timers.h>
 
+#include "writers/ClientText.h"
 #include "writers/ReportEvent.h"
 
 namespace android {
@@ -36,6 +37,17 @@ void SetParams(ReportEvent& event, const DefaultKeyedVector<String8, String8>& v
 void SetParams(ReportEvent& event, const BigDataKeyValuesVector& record) {
     SetParams(event, record.intValues);
     SetParams(event, record.strValues);
+}
+
+// A text for the dump. A HAPPEN_TIME text ends in the line break of its
+// time stamp, which the dump has always shown; any other is escaped.
+String8 DumpValue(const String8& text) {
+    if (!text.isEmpty() && text.string()[text.length() - 1] == '\n') {
+        String8 shown = EscapeClientText(String8(text.string(), text.length() - 1));
+        shown.append("\n");
+        return shown;
+    }
+    return EscapeClientText(text);
 }
 
 // One report event per entry of table, in ascending id order; an id that the
@@ -198,27 +210,26 @@ void MediaBigDataWriter::TriggerLog() {
     TriggerLogStrategy();
 }
 
-void MediaBigDataWriter::Dump(int fd) {
+String8 MediaBigDataWriter::DumpText() {
     Mutex::Autolock lock(mBigDataLock);
     String8 text("\n\n---------BigData Record Begin---------\n\n");
     for (size_t i = 0; i < mBigDataCounts.size(); ++i) {
         text.appendFormat("eventId: %d\n", mBigDataCounts.keyAt(i));
         const DefaultKeyedVector<String8, int>& counts = mBigDataCounts.valueAt(i);
         for (size_t j = 0; j < counts.size(); ++j) {
-            text.appendFormat("type: %s, value: %d\n", counts.keyAt(j).string(), counts.valueAt(j));
+            text.appendFormat("type: %s, value: %d\n", EscapeClientText(counts.keyAt(j)).string(),
+                              counts.valueAt(j));
         }
     }
     for (size_t i = 0; i < mBigDataStrings.size(); ++i) {
         text.appendFormat("eventId: %d\n", mBigDataStrings.keyAt(i));
         const DefaultKeyedVector<String8, String8>& texts = mBigDataStrings.valueAt(i);
         for (size_t j = 0; j < texts.size(); ++j) {
-            text.appendFormat("type: %s, valueStr: %s\n", texts.keyAt(j).string(),
-                              texts.valueAt(j).string());
+            text.appendFormat("type: %s, valueStr: %s\n", EscapeClientText(texts.keyAt(j)).string(),
+                              DumpValue(texts.valueAt(j)).string());
         }
     }
-    if (fd >= 0) {
-        WriteText(fd, text);
-    }
+    return text;
 }
 
 }  // namespace android

@@ -88,7 +88,7 @@ public:
     void TriggerLog();
     // The counter and text tables as text; the key/value records are not shown.
     // A negative fd gets nothing.
-    void Dump(int fd) override;
+    String8 DumpText() override;
 
     // Call-backs of the send policy and the constructor, run with the lock held.
     // The upload sends one report event per (table, event id) and returns
@@ -138,8 +138,9 @@ protected:
     Mutex mBigDataLock;
 
 private:
-    // Thread-safe on its own: the refusal line, at most once a second.
+    // Thread-safe on their own: the lines that a client can provoke per call.
     LogRateLimiter mStoreFullLog;
+    LogRateLimiter mUnknownTypeLog;
 
     // Stores the fields of eventId's route, or logs the id as unknown; false
     // when the byte limit refused the event.

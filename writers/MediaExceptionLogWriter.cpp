@@ -5,6 +5,8 @@
 #include <log/log.h>
 #include <utils/Timers.h>
 
+#include "writers/ClientText.h"
+
 namespace android {
 
 namespace {
@@ -33,7 +35,7 @@ void MediaExceptionLogWriter::WriteLogMsg(int prior, int type, String8 msg) {
             mLogMsgs.add(type, msg);
             mLogMemSize += msg.length();
             if (mDebuggable) {
-                ALOGD("WriteLogMsg add, type: %d, msg: %s", type, msg.string());
+                ALOGD("WriteLogMsg add, type: %d, msg: %s", type, ClientTextForLog(msg).string());
             }
         } else {
             String8 text = mLogMsgs.valueAt(static_cast<size_t>(index));
@@ -45,7 +47,8 @@ void MediaExceptionLogWriter::WriteLogMsg(int prior, int type, String8 msg) {
             mLogMsgs.replaceValueAt(static_cast<size_t>(index), text);
             mLogMemSize += text.length();
             if (mDebuggable) {
-                ALOGD("WriteLogMsg append, type: %d, value: %s", type, text.string());
+                ALOGD("WriteLogMsg append, type: %d, value: %s", type,
+                      ClientTextForLog(text).string());
             }
         }
     } else if (mDebuggable) {
@@ -112,16 +115,17 @@ void MediaExceptionLogWriter::ResetLogMem() {
     mLogBody = String8();
 }
 
-void MediaExceptionLogWriter::Dump(int fd) {
+String8 MediaExceptionLogWriter::DumpText() {
     Mutex::Autolock lock(mLock);
     String8 text(EXCEPTION_LOG_DUMP_HEAD);
     for (int type = kFirstReadType; type <= kLastReadType; ++type) {
         const String8& msg = mLogMsgs.valueFor(type);
         if (!msg.isEmpty()) {
-            text.appendFormat("\n%zu:%s\n", static_cast<size_t>(type), msg.string());
+            text.appendFormat("\n%zu:%s\n", static_cast<size_t>(type),
+                              EscapeClientText(msg).string());
         }
     }
-    WriteText(fd, text);
+    return text;
 }
 
 void MediaExceptionLogWriter::GetMemInfos(int* cur, int* max) {

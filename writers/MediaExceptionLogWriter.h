@@ -40,7 +40,7 @@ public:
     // Hands the radar report to the base's validation and starts over.
     bool DoSendMediaLog() override REQUIRES(mLock);
     void ResetLogMem() override REQUIRES(mLock);
-    void Dump(int fd) override;
+    String8 DumpText() override;
 
     void GetMemInfos(int* cur, int* max) override REQUIRES(mLock);
     void GetLastTime(long* lastTime, long* cycle) override REQUIRES(mLock);

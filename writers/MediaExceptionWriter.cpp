@@ -5,6 +5,7 @@
 #include <log/log.h>
 #include <utils/Timers.h>
 
+#include "writers/ClientText.h"
 #include "writers/MediaExceptionLogWriter.h"
 #include "writers/ReportEvent.h"
 
@@ -83,7 +84,8 @@ MediaException* MediaExceptionWriter::AddReport(int eventId, int eventLevel, int
     }
     MediaException* record = GetExceptionObj(mExceptions, eventId, eventLevel, subType);
     if (record == nullptr) {
-        ALOGE("WriteException: could not get one exceptionObj for %d", eventId);
+        ALOG_LIMITED(mNoRecordLog, ANDROID_LOG_ERROR,
+                     "WriteException: could not get one exceptionObj for %d", eventId);
         return nullptr;
     }
     if (longForm) {
@@ -106,9 +108,9 @@ void MediaExceptionWriter::FinishReport(const MediaException& record, size_t cha
 
 void MediaExceptionWriter::LogRecord(const char* format, const MediaException& record) {
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, format, record.eventId, record.eventLevel,
-                        record.subType, GetUploadString(record.reason).string(),
-                        GetUploadString(record.callingApp).string(), record.count,
-                        record.paraInt, GetUploadString(record.paraChar).string(),
+                        record.subType, ClientTextForLog(GetUploadString(record.reason)).string(),
+                        ClientTextForLog(GetUploadString(record.callingApp)).string(), record.count,
+                        record.paraInt, ClientTextForLog(GetUploadString(record.paraChar)).string(),
                         record.associatedEventId);
 }
 
@@ -211,7 +213,7 @@ void MediaExceptionWriter::ResetLogMem() {
     mLogMemSize = 0;
 }
 
-void MediaExceptionWriter::Dump(int fd) {
+String8 MediaExceptionWriter::DumpText() {
     Mutex::Autolock lock(mLock);
     String8 text(EXCEPTION_LOG_DUMP_HEAD);
     for (size_t i = 0; i < mExceptions.size(); ++i) {
@@ -225,7 +227,7 @@ void MediaExceptionWriter::Dump(int fd) {
         text.appendFormat("paraChar:%s\n", GetUploadString(record.paraChar).string());
         text.appendFormat("associatedEventId:%d\n", record.associatedEventId);
     }
-    WriteText(fd, text);
+    return text;
 }
 
 void MediaExceptionWriter::GetMemInfos(int* cur, int* max) {

@@ -14,6 +14,7 @@
 #include <utils/String8.h>
 #include <utils/Vector.h>
 
+#include "writers/LogRateLimiter.h"
 #include "writers/MediaLogBase.h"
 
 namespace android {
@@ -64,7 +65,7 @@ public:
     void SendMediaLog();
     void TriggerLog();
     void ResetLogMem() override REQUIRES(mLock);
-    void Dump(int fd) override;
+    String8 DumpText() override;
 
     void GetMemInfos(int* cur, int* max) override REQUIRES(mLock);
     void GetLastTime(long* lastTime, long* cycle) override REQUIRES(mLock);
@@ -77,6 +78,7 @@ protected:
 
     Vector<MediaException> mExceptions GUARDED_BY(mLock);  // in order of first report
     int32_t mPrior GUARDED_BY(mLock) = -1;                 // level of the last report kept
+    LogRateLimiter mNoRecordLog;  // a report refused for want of a record
 
 private:
     // Shared first steps of both forms: the cap, the record, its texts and

@@ -10,6 +10,7 @@
 #include <log/log.h>
 #include <utils/Timers.h>
 
+#include "writers/ClientText.h"
 #include "writers/ReportEvent.h"
 
 namespace android {
@@ -68,7 +69,7 @@ MediaKpiWriter::~MediaKpiWriter() = default;
 void MediaKpiWriter::WriteKpis(const String8& kpis) {
     Mutex::Autolock lock(mLock);
     if (mDebuggable) {
-        ALOGD("WriteKpis %s", kpis.string());
+        ALOGD("WriteKpis %s", ClientTextForLog(kpis).string());
     }
     if (mLogMemSize >= MAX_KPI_SIZE) {
         if (mDebuggable) {
@@ -82,15 +83,18 @@ void MediaKpiWriter::WriteKpis(const String8& kpis) {
     const std::string_view text(kpis.string(), kpis.length());
     const size_t equals = text.find('=');
     if (equals == std::string_view::npos) {
-        ALOGE("Kpis %s miss a value", kpis.string());
+        ALOG_LIMITED(mBadKpiLog, ANDROID_LOG_ERROR, "Kpis %s miss a value",
+                     ClientTextForLog(kpis).string());
         return;
     }
     if (Trim(text.substr(0, equals)).empty()) {
-        ALOGE("Kpis %s contains an empty key", kpis.string());
+        ALOG_LIMITED(mBadKpiLog, ANDROID_LOG_ERROR, "Kpis %s contains an empty key",
+                     ClientTextForLog(kpis).string());
         return;
     }
     if (text.find(':', equals + 1) != std::string_view::npos) {
-        ALOGE("Kpis %s valueStart error", kpis.string());
+        ALOG_LIMITED(mBadKpiLog, ANDROID_LOG_ERROR, "Kpis %s valueStart error",
+                     ClientTextForLog(kpis).string());
         return;
     }
     SendKpis(list);

@@ -13,6 +13,7 @@
 #include <utils/String8.h>
 #include <utils/Vector.h>
 
+#include "writers/LogRateLimiter.h"
 #include "writers/MediaLogBase.h"
 
 namespace android {
@@ -61,6 +62,9 @@ protected:
         "PowerType",     "PowerConsumption",     // 916019006
         "StabilityType", "TestResult",           // 916019007
     };
+
+    // The line about a malformed text: any client can send them by the thousand.
+    LogRateLimiter mBadKpiLog;
 };
 
 }  // namespace android

@@ -2,6 +2,7 @@
 
 #include "writers/MediaLogBase.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -88,7 +89,7 @@ void MediaLogBase::GetMediaLogbody(int fd) {
 
 void MediaLogBase::AppendRecordFile() {
     const char* path = mWriterType == LOG_TYPE_BD_FLOW ? BD_FLOW_FILE : BD_COUNT_FILE;
-    const int fd = open(path, O_RDONLY | O_CREAT | O_CLOEXEC, 0664);
+    const int fd = OpenRecordPath(path, O_RDONLY | O_CREAT, 0664);
     if (fd < 0) {
         return;
     }
@@ -200,9 +201,45 @@ void MediaLogBase::ReportLastTime(const char* tag, const char* where, long* last
     *cycle = globalMediaLogCycleDuration;
 }
 
+void MediaLogBase::Dump(int fd) {
+    const String8 text = DumpText();
+    if (fd >= 0 && !text.isEmpty()) {
+        WriteText(fd, text);
+    }
+}
+
 void MediaLogBase::WriteText(int fd, const String8& text) {
     const ssize_t ignored = write(fd, text.string(), text.length());
     (void)ignored;
+}
+
+int MediaLogBase::OpenRecordPath(const char* path, int flags, mode_t mode) {
+    // Non-blocking, so that a FIFO planted at the path cannot hold the open;
+    // truncated only once known to be ours, so that a second name of another
+    // file cannot have it emptied.
+    for (bool retried = false;; retried = true) {
+        const int fd = open(path, (flags & ~O_TRUNC) | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, mode);
+        if (fd >= 0) {
+            struct stat st;
+            if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_nlink == 1) {
+                if ((flags & O_TRUNC) != 0 && ftruncate(fd, 0) != 0) {
+                    ALOGW("cannot empty record file %s, err: %d", path, errno);
+                }
+                return fd;
+            }
+            close(fd);
+        } else if (errno != ELOOP && errno != ENXIO && errno != EISDIR) {
+            return -1;  // a missing folder, say: nothing was planted
+        }
+        if (retried || unlink(path) != 0) {
+            ALOG_LIMITED(mRecordPathLog, ANDROID_LOG_ERROR,
+                         "record file %s is not a file of ours and cannot be replaced: skipped",
+                         path);
+            return -1;
+        }
+        ALOG_LIMITED(mRecordPathLog, ANDROID_LOG_WARN,
+                     "record file %s was not a file of ours: replaced", path);
+    }
 }
 
 void MediaLogBase::AdvanceLastSendTime() {

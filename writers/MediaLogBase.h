@@ -10,7 +10,9 @@
 #ifndef VYMM_WRITERS_MEDIA_LOG_BASE_H
 #define VYMM_WRITERS_MEDIA_LOG_BASE_H
 
+#include <stddef.h>
 #include <stdint.h>
+#include <sys/types.h>
 
 #include <initializer_list>
 
@@ -19,6 +21,8 @@
 #include <utils/RefBase.h>
 #include <utils/String8.h>
 #include <utils/Timers.h>
+
+#include "writers/LogRateLimiter.h"
 
 namespace android {
 
@@ -37,6 +41,8 @@ enum : int32_t {
 // Record files, relative to the working directory as on the device.
 constexpr char BD_FLOW_FILE[] = "data/log/mediaBDflow.log";
 constexpr char BD_COUNT_FILE[] = "data/log/mediaBDcont.log";
+// A record file's size cap in bytes.
+constexpr size_t MAX_RECORD_FILE_SIZE = 2097152;
 
 class MediaLogBase : public RefBase {
 public:
@@ -62,7 +68,8 @@ public:
     virtual void GetMediaLogbody(int fd);
     // Uploads what the writer holds; true when an upload was carried out.
     virtual bool DoSendMediaLog() { return false; }
-    virtual void Dump(int /*fd*/) {}
+    // Writes DumpText() to fd in one write, unless fd is negative.
+    virtual void Dump(int fd);
     virtual void ResetLogMem() {}
     // The record file, or null for a writer without one.
     virtual const char* GetFilePath() { return nullptr; }
@@ -72,6 +79,10 @@ public:
     // the writer is never due by time.
     virtual void GetLastTime(long* /*lastTime*/, long* /*cycle*/) {}
     virtual void GetLogPrior(int* /*prior*/) {}
+
+    // What Dump writes: the writer's state as text, rendered under the
+    // writer's own lock, which is released before anyone writes it out.
+    virtual String8 DumpText() { return String8(); }
 
     // Reads ro.media.debuggable and ro.media.uploadduration.
     void GetDefault();
@@ -101,8 +112,13 @@ protected:
                            std::initializer_list<const void*> ptrs);
     void ReportMemInfos(const char* tag, const char* where, int* cur, int* max, size_t cap);
     void ReportLastTime(const char* tag, const char* where, long* lastTime, long* cycle);
-    // Writes all of text to fd in one write, as a dump must; the result is not checked.
+    // Writes all of text to fd in one write; the result is not checked.
     static void WriteText(int fd, const String8& text);
+    // Opens a record file (open(2)'s flags and mode) only as a regular file of
+    // its own: whatever else sits at path (a link, a FIFO, a socket, a second
+    // name of another file) is removed and the open tried once more; what
+    // cannot be removed (a folder) leaves the file skipped. -1 when skipped.
+    int OpenRecordPath(const char* path, int flags, mode_t mode);
     // Moves mLastSendTime on by one cycle, so that uploads stay on the cycle's
     // grid rather than drifting to "now". A cycle may be up to 2^31 seconds:
     // past the clock's range the writer is simply never due.
@@ -131,14 +147,17 @@ protected:
     const sp<MediaMonitorPolicy> mPolicy;
 
     // The log cuts a line at 1024 bytes, so more of a record file (up to
-    // 2 MiB) would never be seen; read whole, it was a transient block big
-    // enough to raise the allocator's trim threshold for good.
+    // MAX_RECORD_FILE_SIZE) would never be seen; read whole, it was a
+    // transient block big enough to raise the allocator's trim threshold.
     static constexpr size_t MAX_RECORD_FILE_READ = 1024;
 
 private:
     // Appends the head of this writer's record file, at most
     // MAX_RECORD_FILE_READ bytes, to mLogBody.
     void AppendRecordFile();
+
+    // Thread-safe on its own: record paths replaced or skipped.
+    LogRateLimiter mRecordPathLog;
 };
 
 }  // namespace android

@@ -6,7 +6,12 @@
 //   binder_stress_client stall SERVICE
 //     prints its pid, then dumps the service to a socket it never reads; the
 //     test kills it in the middle of that call.
+//   binder_stress_client dumps SERVICE USER COUNT
+//     as USER, fills a pipe that it never reads, prints "dumping", makes
+//     COUNT dumps into it at once, then prints "quick N": the dumps answered
+//     within a second.
 // Exits 0 when every call went through.
+#include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -15,6 +20,8 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -91,6 +98,34 @@ int Stall(const char* name) {
     return 1;  // the test was to kill us first
 }
 
+int Dumps(const char* name, int count) {
+    const sp<IBinder> binder = GetService(name);
+    int fds[2];
+    if (binder == nullptr || pipe2(fds, O_CLOEXEC | O_NONBLOCK) != 0) {
+        return 4;
+    }
+    const std::string page(4096, 'x');
+    while (write(fds[1], page.data(), page.size()) > 0) {
+    }
+    fcntl(fds[1], F_SETFL, 0);
+    printf("dumping\n");
+    fflush(stdout);
+    std::atomic<int> quick{0};
+    std::vector<std::thread> dumps;
+    for (int i = 0; i < count; ++i) {
+        dumps.emplace_back([&] {
+            const auto start = std::chrono::steady_clock::now();
+            binder->dump(fds[1], Vector<String16>());
+            quick += std::chrono::steady_clock::now() - start < std::chrono::seconds(1);
+        });
+    }
+    for (std::thread& dump : dumps) {
+        dump.join();
+    }
+    printf("quick %d\n", quick.load());
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -100,6 +135,9 @@ int main(int argc, char** argv) {
             return 3;
         }
         return Load(argv[2], atoi(argv[4]), atoi(argv[5]));
+    }
+    if (argc == 5 && strcmp(argv[1], "dumps") == 0) {
+        return BecomeUser(argv[3]) ? Dumps(argv[2], atoi(argv[4])) : 3;
     }
     if (argc == 3 && strcmp(argv[1], "stall") == 0) {
         return Stall(argv[2]);

@@ -176,9 +176,12 @@ private:
 
     // Any client can send bad frames as fast as it likes: one line a
     // second for each fault, truncated frames and malformed one-way calls.
-    LogRateLimiter mFaultLog[FrameReader::FAULTS];
-    LogRateLimiter mTruncatedLog;
-    LogRateLimiter mMalformedLog;
+    struct OnePerSecond : LogRateLimiter {
+        OnePerSecond() : LogRateLimiter(1, 1) {}
+    };
+    OnePerSecond mFaultLog[FrameReader::FAULTS];
+    OnePerSecond mTruncatedLog;
+    OnePerSecond mMalformedLog;
 };
 
 }  // namespace android

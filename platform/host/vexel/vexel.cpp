@@ -1,5 +1,6 @@
 // Host build of the reporting library: every sent event becomes one JSON line
-// appended to $VEXEL_EVENT_LOG, so tests and the demo see exactly what went out.
+// appended to $VEXEL_EVENT_LOG, so tests and the demo see exactly what went
+// out. A line is valid JSON in UTF-8 whatever bytes the caller's texts hold.
 // Event ids listed in $VEXEL_REJECT_IDS (comma-separated) cannot be created;
 // $VEXEL_SEND_DELAY_US makes each send take that many microseconds longer.
 #include <vexel.h>
@@ -17,54 +18,45 @@
 #include <thread>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 namespace {
 
-// One parameter: its key ("name" or "paramId") and one value, or a list of
-// values for the fill-array calls. Values are kept already rendered as JSON.
+using Json = nlohmann::ordered_json;
+
+// One parameter: the member that names it ("name" or "paramId") and one
+// value, or a list of values for the fill-array calls.
 struct Param {
-    std::string key;
+    const char* keyField;
+    Json key;
     std::string kind;
     bool isArray = false;
-    std::vector<std::string> values;
+    std::vector<Json> values;
 };
 
-std::string Quote(const char* text) {
-    std::string out = "\"";
-    for (const char* p = text; *p != '\0'; ++p) {
-        const unsigned char c = static_cast<unsigned char>(*p);
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += static_cast<char>(c);
-        } else if (c < 0x20) {
-            char escaped[8];
-            snprintf(escaped, sizeof(escaped), "\\u%04x", c);
-            out += escaped;
-        } else {
-            out += static_cast<char>(c);
-        }
-    }
-    return out + "\"";
-}
-
-std::string NameKey(const char* name) { return "\"name\":" + Quote(name); }
-
-std::string IdKey(unsigned short paramId) { return "\"paramId\":" + std::to_string(paramId); }
-
-std::string RenderFloat(float value) {
+// Nine significant digits carry every float; the double read back from them
+// prints as those digits.
+Json FloatValue(float value) {
     if (!std::isfinite(value)) {
-        return "null";
+        return nullptr;
     }
     char text[32];
     snprintf(text, sizeof(text), "%.9g", static_cast<double>(value));
-    return text;
+    return strtod(text, nullptr);
 }
 
-std::string RenderParam(const Param& param) {
-    std::string out = "{" + param.key + ",\"" + param.kind + (param.isArray ? "s\":[" : "\":");
-    for (size_t i = 0; i < param.values.size(); ++i) {
-        out += (i > 0 ? "," : "") + param.values[i];
+constexpr char kNameField[] = "name";
+constexpr char kIdField[] = "paramId";
+
+Json RenderParam(const Param& param) {
+    Json out;
+    out[param.keyField] = param.key;
+    if (param.isArray) {
+        out[param.kind + "s"] = param.values;
+    } else {
+        out[param.kind] = param.values.front();
     }
-    return out + (param.isArray ? "]}" : "}");
+    return out;
 }
 
 bool IsRejected(unsigned int eventId) {
@@ -100,49 +92,52 @@ struct VexelEventObj {
     std::vector<std::string> paths;
     std::vector<Param> params;
 
-    std::vector<Param>::iterator Find(const std::string& key, bool isArray) {
+    std::vector<Param>::iterator Find(const char* keyField, const Json& key, bool isArray) {
         return std::find_if(params.begin(), params.end(), [&](const Param& p) {
-            return p.key == key && p.isArray == isArray;
+            return p.keyField == keyField && p.key == key && p.isArray == isArray;
         });
     }
 
     // A second set of the same key replaces the value in its first position.
-    int Set(const std::string& key, const char* kind, std::string value) {
-        auto it = Find(key, false);
+    int Set(const char* keyField, Json key, const char* kind, Json value) {
+        auto it = Find(keyField, key, false);
         if (it == params.end()) {
-            it = params.insert(params.end(), Param{key, kind, false, {}});
+            it = params.insert(params.end(), Param{keyField, std::move(key), kind, false, {}});
         }
         it->kind = kind;
         it->values.assign(1, std::move(value));
         return 0;
     }
 
-    int Fill(const std::string& key, const char* kind, std::string value) {
-        auto it = Find(key, true);
+    int Fill(const char* keyField, Json key, const char* kind, Json value) {
+        auto it = Find(keyField, key, true);
         if (it == params.end()) {
-            it = params.insert(params.end(), Param{key, kind, true, {}});
+            it = params.insert(params.end(), Param{keyField, std::move(key), kind, true, {}});
         }
         it->values.push_back(std::move(value));
         return 0;
     }
 
-    std::string ToJson() const {
-        std::string out = "{\"id\":" + std::to_string(id);
+    Json ToJson() const {
+        Json out;
+        out["id"] = id;
         if (hasTime) {
-            out += ",\"time\":" + std::to_string(time);
+            out["time"] = time;
         }
         if (!paths.empty()) {
-            out += ",\"paths\":[";
-            for (size_t i = 0; i < paths.size(); ++i) {
-                out += (i > 0 ? "," : "") + paths[i];
-            }
-            out += "]";
+            out["paths"] = paths;
         }
-        out += ",\"params\":[";
-        for (size_t i = 0; i < params.size(); ++i) {
-            out += (i > 0 ? "," : "") + RenderParam(params[i]);
+        out["params"] = Json::array();
+        for (const Param& param : params) {
+            out["params"].push_back(RenderParam(param));
         }
-        return out + "]}";
+        return out;
+    }
+
+    // One line of valid JSON in UTF-8 whatever bytes the texts hold: a byte
+    // sequence that is not UTF-8 becomes U+FFFD.
+    std::string ToLine() const {
+        return ToJson().dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
     }
 };
 
@@ -158,14 +153,14 @@ VexelEventObj* vexel_create_eventobj(unsigned int eventId) {
 }
 
 int vexel_set_param(VexelEventObj* obj, unsigned short paramId, long value) {
-    return obj == nullptr ? -1 : obj->Set(IdKey(paramId), "int", std::to_string(value));
+    return obj == nullptr ? -1 : obj->Set(kIdField, paramId, "int", value);
 }
 
 int vexel_unset_param(VexelEventObj* obj, unsigned short paramId) {
     if (obj == nullptr) {
         return -1;
     }
-    const auto it = obj->Find(IdKey(paramId), false);
+    const auto it = obj->Find(kIdField, paramId, false);
     if (it == obj->params.end()) {
         return -1;
     }
@@ -186,7 +181,7 @@ int vexel_add_dynamic_path(VexelEventObj* obj, const char* path) {
     if (obj == nullptr || path == nullptr) {
         return -1;
     }
-    obj->paths.push_back(Quote(path));
+    obj->paths.push_back(path);
     return 0;
 }
 
@@ -203,7 +198,7 @@ int vexel_send_event(VexelEventObj* obj) {
     if (logPath == nullptr || logPath[0] == '\0') {
         return 0;
     }
-    const std::string line = obj->ToJson() + "\n";
+    const std::string line = obj->ToLine();
     const int fd = open(logPath, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
     if (fd < 0) {
         return -1;
@@ -220,42 +215,42 @@ int vexel_set_param_integer_v2(VexelEventObj* obj, const char* name, long value)
     if (obj == nullptr || name == nullptr) {
         return -1;
     }
-    return obj->Set(NameKey(name), "int", std::to_string(value));
+    return obj->Set(kNameField, name, "int", value);
 }
 
 int vexel_fill_array_param_integer_v2(VexelEventObj* obj, const char* name, long value) {
     if (obj == nullptr || name == nullptr) {
         return -1;
     }
-    return obj->Fill(NameKey(name), "int", std::to_string(value));
+    return obj->Fill(kNameField, name, "int", value);
 }
 
 int vexel_set_param_float_v2(VexelEventObj* obj, const char* name, float value) {
     if (obj == nullptr || name == nullptr) {
         return -1;
     }
-    return obj->Set(NameKey(name), "float", RenderFloat(value));
+    return obj->Set(kNameField, name, "float", FloatValue(value));
 }
 
 int vexel_fill_array_param_float_v2(VexelEventObj* obj, const char* name, float value) {
     if (obj == nullptr || name == nullptr) {
         return -1;
     }
-    return obj->Fill(NameKey(name), "float", RenderFloat(value));
+    return obj->Fill(kNameField, name, "float", FloatValue(value));
 }
 
 int vexel_set_param_string_v2(VexelEventObj* obj, const char* name, const char* value) {
     if (obj == nullptr || name == nullptr || value == nullptr) {
         return -1;
     }
-    return obj->Set(NameKey(name), "str", Quote(value));
+    return obj->Set(kNameField, name, "str", value);
 }
 
 int vexel_fill_array_param_string_v2(VexelEventObj* obj, const char* name, const char* value) {
     if (obj == nullptr || name == nullptr || value == nullptr) {
         return -1;
     }
-    return obj->Fill(NameKey(name), "str", Quote(value));
+    return obj->Fill(kNameField, name, "str", value);
 }
 
 // A nested object is copied as it stands now; the caller may destroy it after.
@@ -263,14 +258,14 @@ int vexel_set_param_class_v2(VexelEventObj* obj, const char* name, VexelEventObj
     if (obj == nullptr || name == nullptr || value == nullptr) {
         return -1;
     }
-    return obj->Set(NameKey(name), "obj", value->ToJson());
+    return obj->Set(kNameField, name, "obj", value->ToJson());
 }
 
 int vexel_fill_array_param_class_v2(VexelEventObj* obj, const char* name, VexelEventObj* value) {
     if (obj == nullptr || name == nullptr || value == nullptr) {
         return -1;
     }
-    return obj->Fill(NameKey(name), "obj", value->ToJson());
+    return obj->Fill(kNameField, name, "obj", value->ToJson());
 }
 
 }  // extern "C"
