@@ -111,18 +111,22 @@ auto Service::LogSendThread::TakeQueue() -> std::deque<sp<LogSrvEvent>> {
 }
 
 bool Service::LogSendThread::threadLoop() {
+    // Taken off the queue, so no longer counted against its bounds.
+    std::deque<sp<LogSrvEvent>> batch;
     while (!exitPending()) {
-        sp<LogSrvEvent> event;
-        {
+        if (batch.empty()) {
+            // Everything waiting at once: the callers meet the worker on
+            // mQueueLock once a batch, not once an event.
             Mutex::Autolock lock(mQueueLock);
             if (!WaitForEvent()) {
                 break;
             }
-            event = std::move(mEventQueue.front());
-            mEventQueue.pop_front();
-            mQueueBytes -= QueueBytes(*event);
-            mCounters.dispatched.Add();
+            batch.swap(mEventQueue);
+            mQueueBytes = 0;
+            mCounters.dispatched.Add(batch.size());
         }
+        const sp<LogSrvEvent> event = std::move(batch.front());
+        batch.pop_front();
         // Dropping the last reference here may destroy the service on this
         // thread; its shutdown then stops this loop without waiting for it.
         const sp<VyMediaMonitorService> service = mService.promote();
@@ -132,6 +136,14 @@ bool Service::LogSendThread::threadLoop() {
             mLongestDispatchNs.Raise(
                     static_cast<uint64_t>(systemTime(SYSTEM_TIME_MONOTONIC) - start));
         }
+    }
+    // Stopped within a batch: what it still holds goes back to the head of the
+    // queue, in order, for the shutdown to dispatch.
+    Mutex::Autolock lock(mQueueLock);
+    while (!batch.empty()) {
+        mQueueBytes += QueueBytes(*batch.back());
+        mEventQueue.push_front(std::move(batch.back()));
+        batch.pop_back();
     }
     return false;
 }

@@ -216,8 +216,8 @@ public:
         int32_t int1;
     };
 
-    // The worker: takes events off a bounded FIFO and dispatches each to the
-    // service, one per pass, with mQueueLock released during the dispatch.
+    // The worker: takes every event waiting on a bounded FIFO at once and
+    // dispatches them to the service in order, with mQueueLock released.
     // When the queue stays empty for mWriteCheckDuration it queues a
     // write-check event of its own. Holds the service weakly, so it never
     // keeps it alive; events queued for a service that is gone are dropped.
@@ -253,7 +253,8 @@ public:
         // A client picks the length of an event's texts (up to a whole
         // transaction), so the count alone does not bound the queue. Real
         // events carry a few hundred bytes: a full queue of them is far below
-        // the limit, which only stops a flood.
+        // the limit, which only stops a flood. Both bounds count what waits:
+        // a batch being dispatched may hold as much again.
         static constexpr size_t MAX_QUEUE_BYTES = 2 * 1024 * 1024;
         // Charged per event besides its texts: the event and its buffers.
         static constexpr size_t QUEUE_EVENT_BYTES = 128;

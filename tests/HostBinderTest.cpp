@@ -43,7 +43,14 @@ TEST(BinderPoolTest, ServesClientsConcurrentlyDropsBadPeersAndStops) {
     const size_t fdsBefore = CountEntries("/proc/self/fd");
     ProcessState::self()->setThreadPoolMaxThreadCount(1);
     ProcessState::self()->startThreadPool();
-    std::thread joined([] { IPCThreadState::self()->joinThreadPool(); });
+    // Joined before the test goes on: a join that came after the stop below
+    // would start the pool again and never return.
+    std::promise<void> joining;
+    std::thread joined([&joining] {
+        joining.set_value();
+        IPCThreadState::self()->joinThreadPool();
+    });
+    joining.get_future().wait();
 
     std::vector<base::unique_fd> clients;
     for (int i = 0; i < 4; ++i) {

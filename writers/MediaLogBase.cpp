@@ -13,7 +13,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <memory>
 
 #include <bounds_checked.h>
 #include <cutils/properties.h>
@@ -94,14 +93,12 @@ void MediaLogBase::AppendRecordFile() {
     if (fd < 0) {
         return;
     }
-    // One spare zero byte so the append stops at the file's end.
-    const size_t size = std::min(static_cast<size_t>(mCurFileSize), MAX_RECORD_FILE_SIZE);
-    std::unique_ptr<char[]> buffer(new (std::nothrow) char[size + 1]);
-    if (buffer != nullptr) {
-        memset_s(buffer.get(), size + 1, 0, size + 1);
-        if (read(fd, buffer.get(), size) >= 0) {
-            mLogBody.append(buffer.get());
-        }
+    // One spare zero byte so the append stops where the read did.
+    char buffer[MAX_RECORD_FILE_READ + 1];
+    memset_s(buffer, sizeof(buffer), 0, sizeof(buffer));
+    const size_t size = std::min(static_cast<size_t>(mCurFileSize), MAX_RECORD_FILE_READ);
+    if (read(fd, buffer, size) >= 0) {
+        mLogBody.append(buffer);
     }
     close(fd);
 }

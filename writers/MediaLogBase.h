@@ -42,7 +42,7 @@ enum : int32_t {
 // Record files, relative to the working directory as on the device.
 constexpr char BD_FLOW_FILE[] = "data/log/mediaBDflow.log";
 constexpr char BD_COUNT_FILE[] = "data/log/mediaBDcont.log";
-// A record file's size cap in bytes; an upload reads no more of it than this.
+// A record file's size cap in bytes.
 constexpr size_t MAX_RECORD_FILE_SIZE = 2097152;
 
 class MediaLogBase : public RefBase {
@@ -143,7 +143,7 @@ protected:
     const String8 mRadarHead;
 
     // Owned by the writer, touched under its mutex.
-    String8 mLogBody;
+    String8 mLogBody;  // an upload's text, read by its debug line alone
     size_t mLogMemSize;       // in the writer's own unit (bytes or a count)
     nsecs_t mLastSendTime;    // monotonic; -1: not due by time
     int32_t mWriterType;      // one of LOG_TYPE_*
@@ -157,9 +157,14 @@ protected:
 
     const sp<MediaMonitorPolicy> mPolicy;
 
+    // The log cuts a line at 1024 bytes, so more of a record file (up to
+    // MAX_RECORD_FILE_SIZE) would never be seen; read whole, it was a
+    // transient block big enough to raise the allocator's trim threshold.
+    static constexpr size_t MAX_RECORD_FILE_READ = 1024;
+
 private:
-    // Reads the record file of this writer into mLogBody, up to
-    // MAX_RECORD_FILE_SIZE bytes from its start.
+    // Appends the head of this writer's record file, at most
+    // MAX_RECORD_FILE_READ bytes, to mLogBody.
     void AppendRecordFile();
 
     // Thread-safe on its own: record paths replaced or skipped.

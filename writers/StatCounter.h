@@ -49,9 +49,9 @@ private:
 // The same, for a counter that a lock already guards: a plain field.
 class LockedCounter {
 public:
-    void Add() {
+    void Add(uint64_t n = 1) {
         if (kCountStats) {
-            ++mValue;
+            mValue += n;
         }
     }
     void Raise(uint64_t value) {

@@ -46,6 +46,8 @@ public:
         *cycleOut = cycle;
     }
 
+    using MediaLogBase::globalMediaLogCycleDuration;
+    using MediaLogBase::MAX_RECORD_FILE_READ;
     using MediaLogBase::mCurFileSize;
 };
 

@@ -9,6 +9,7 @@
 
 #include "service/VyMediaMonitorService.h"
 #include "support/LogCapture.h"
+#include "support/TestEnv.h"
 
 using MonitorEvent = android::sp<android::VyMediaMonitorService::LogSrvEvent>;
 
@@ -47,14 +48,20 @@ public:
     }
 
     // Waits until the worker has dispatched everything queued before: queues
-    // an event of a type of its own and waits for the line that reports it
+    // an event of a type of its own, again while a full queue refuses it (the
+    // worker may be in a long batch), and waits for the line that reports it
     // unknown. Needs ro.media.debuggable "true".
     bool Drain(const LogCapture& log,
                std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
         static std::atomic<int32_t> nextType{1000000};
         const int32_t type = nextType++;
-        Queue(Plain(type));
-        return log.WaitFor("Vymedia_monitor",
+        const auto queued = [&] {
+            const size_t refusals = log.CountContaining("Vymedia_monitor", "eventQueue full");
+            Queue(Plain(type));
+            return log.CountContaining("Vymedia_monitor", "eventQueue full") == refusals;
+        };
+        return Eventually(queued, timeout) &&
+               log.WaitFor("Vymedia_monitor",
                            "OnSrvEvent unknown event type " + std::to_string(type), timeout);
     }
 };
