@@ -252,27 +252,27 @@ void BinderPool::Loop() {
 }
 
 bool BinderPool::Next(Request* request) {
-    bool paused;
-    {
-        Mutex::Autolock lock(mLock);
-        if (mExit) {
-            return false;
-        }
-        if (TakeQueued(request)) {
-            return true;
-        }
-        paused = mAcceptPaused;
-        ++mWatching;
-    }
     for (;;) {
-        epoll_event event = {};
-        const int n = epoll_wait(mEpollFd.get(), &event, 1, paused ? ACCEPT_RETRY_MS : -1);
-        if (n < 0 && errno != EINTR) {
-            ALOGE("epoll_wait failed: %s", strerror(errno));
+        bool paused;
+        {
+            Mutex::Autolock lock(mLock);
+            if (mExit) {
+                return false;
+            }
+            if (TakeQueued(request)) {
+                return true;
+            }
+            paused = mAcceptPaused;
+            ++mWatching;
         }
         std::shared_ptr<Listener> listener;
         Connection* conn = nullptr;
-        {
+        for (;;) {
+            epoll_event event = {};
+            const int n = epoll_wait(mEpollFd.get(), &event, 1, paused ? ACCEPT_RETRY_MS : -1);
+            if (n < 0 && errno != EINTR) {
+                ALOGE("epoll_wait failed: %s", strerror(errno));
+            }
             Mutex::Autolock lock(mLock);
             if (mExit) {
                 --mWatching;
@@ -294,21 +294,13 @@ bool BinderPool::Next(Request* request) {
                 listener = it->second;
             }
             --mWatching;
+            break;
         }
         if (listener != nullptr) {
             Accept(listener);
         } else if (conn != nullptr && ReadFrom(conn, request)) {
             return true;
         }
-        Mutex::Autolock lock(mLock);
-        if (mExit) {
-            return false;
-        }
-        if (TakeQueued(request)) {
-            return true;
-        }
-        paused = mAcceptPaused;
-        ++mWatching;
     }
 }
 
