@@ -8,7 +8,7 @@ CMAKE_FLAGS ?=
 
 DEB_PACKAGES := cmake make g++ clang libclang-rt-dev libgtest-dev libgmock-dev libbenchmark-dev \
 	android-libutils-dev android-liblog-dev android-libbase-dev android-libcutils-dev \
-	nlohmann-json3-dev libjsoncpp-dev blueprint-tools
+	nlohmann-json3-dev libjsoncpp-dev blueprint-tools ccache
 SUDO := $(if $(filter 0,$(shell id -u)),,sudo)
 
 .PHONY: all deps build test test-asan test-tsan demo clean

@@ -28,7 +28,7 @@
 #include <utils/Thread.h>
 #include <utils/Timers.h>
 
-#include "writers/LogRateLimiter.h"
+#include "common/LogRateLimiter.h"
 
 namespace android {
 

@@ -9,6 +9,8 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include <log/log.h>
 #include <utils/ThreadDefs.h>
 #include <utils/Timers.h>
@@ -27,7 +29,7 @@ constexpr int64_t kDefaultWriteCheckSeconds = 3600;
 
 using Service = VyMediaMonitorService;
 
-Service::LogSendThread::LogSendThread(const wp<VyMediaMonitorService>& service)
+Service::LogSendThread::LogSendThread(VyMediaMonitorService* service)
     : Thread(true),
       mQueueLimit(kQueueLimit),
       mService(service),
@@ -55,7 +57,6 @@ void Service::LogSendThread::onFirstRef() {
 }
 
 status_t Service::LogSendThread::readyToRun() {
-    mThreadTid = gettid();
     prctl(PR_SET_NAME, kThreadName);
     setpriority(PRIO_PROCESS, gettid(), PRIORITY_BACKGROUND);
     return NO_ERROR;
@@ -97,9 +98,7 @@ void Service::LogSendThread::Exit() {
         mQueueCond.broadcast();
     }
     // Not under mQueueLock: the thread needs it to leave its timed wait.
-    if (gettid() != mThreadTid) {
-        requestExitAndWait();
-    }
+    requestExitAndWait();
 }
 
 auto Service::LogSendThread::TakeQueue() -> std::deque<sp<LogSrvEvent>> {
@@ -123,19 +122,13 @@ bool Service::LogSendThread::threadLoop() {
             }
             batch.swap(mEventQueue);
             mQueueBytes = 0;
-            mCounters.dispatched.Add(batch.size());
+            mCounters.taken.Add(batch.size());
         }
-        const sp<LogSrvEvent> event = std::move(batch.front());
+        const nsecs_t start = systemTime(SYSTEM_TIME_MONOTONIC);
+        mService->OnSrvEvent(batch.front());
+        mLongestDispatchNs.Raise(static_cast<uint64_t>(systemTime(SYSTEM_TIME_MONOTONIC) - start));
+        mDispatched.Add();
         batch.pop_front();
-        // Dropping the last reference here may destroy the service on this
-        // thread; its shutdown then stops this loop without waiting for it.
-        const sp<VyMediaMonitorService> service = mService.promote();
-        if (service != nullptr) {
-            const nsecs_t start = systemTime(SYSTEM_TIME_MONOTONIC);
-            service->OnSrvEvent(event);
-            mLongestDispatchNs.Raise(
-                    static_cast<uint64_t>(systemTime(SYSTEM_TIME_MONOTONIC) - start));
-        }
     }
     // Stopped within a batch: what it still holds goes back to the head of the
     // queue, in order, for the shutdown to dispatch.
@@ -176,7 +169,11 @@ void Service::LogSendThread::CopyStatsTo(MonitorStats* stats) {
     stats->limit = static_cast<uint64_t>(mQueueLimit);
     stats->bytes = mQueueBytes;
     stats->byteLimit = MAX_QUEUE_BYTES;
-    stats->dispatched = mCounters.dispatched.Get();
+    // Taken first: an event run since then is counted in both, never in
+    // neither.
+    const uint64_t taken = mCounters.taken.Get();
+    stats->dispatched = std::min(mDispatched.Get(), taken);
+    stats->inHand = taken - stats->dispatched;
     stats->longestDispatchNs = mLongestDispatchNs.Get();
     stats->logSuppressed += mQueueBytesLog.Suppressed();
 }
@@ -185,6 +182,7 @@ void Service::LogSendThread::ResetStats() {
     Mutex::Autolock lock(mQueueLock);
     mCounters = QueueCounters();
     mCounters.highWater.Raise(mEventQueue.size());
+    mDispatched.Reset();
     mLongestDispatchNs.Reset();
 }
 

@@ -220,6 +220,7 @@ Json::Value StatsToJson(const MonitorStats& stats) {
     root["log"]["suppressed"] = Number(stats.logSuppressed);
     root["queue"] = QueueToJson(stats);
     root["worker"]["dispatched"] = Number(stats.dispatched);
+    root["worker"]["in_hand"] = Number(stats.inHand);
     root["worker"]["longest_dispatch_us"] = Number(Micros(stats.longestDispatchNs));
     for (size_t i = 0; i < MONITOR_WRITERS; ++i) {
         root["writers"][kWriterNames[i]] = WriterToJson(stats.writerPresent[i], stats.writers[i]);

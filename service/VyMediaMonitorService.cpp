@@ -59,6 +59,11 @@ VyMediaMonitorService::~VyMediaMonitorService() {
     DeInit();
 }
 
+void VyMediaMonitorService::onLastStrongRef(const void* id) {
+    DeInit();
+    BnVyMediaMonitorService::onLastStrongRef(id);
+}
+
 void VyMediaMonitorService::Init() {
     {
         Mutex::Autolock lock(mAudioStateLock);
@@ -87,7 +92,7 @@ void VyMediaMonitorService::Init() {
     if (anyOn) {
         SetupStaticTypeFlags();
         // Taking the strong reference starts the thread.
-        mLogSendThread = new LogSendThread(wp<VyMediaMonitorService>(this));
+        mLogSendThread = new LogSendThread(this);
         mPolicy = new MediaMonitorPolicy();
         CreateWriters();
     }

@@ -20,8 +20,8 @@
 // keeps only mDispatchLock, so the entry points go on queueing meanwhile.
 //
 // The writers, the policy and the thread are set by Init (in the constructor,
-// before the service can be reached) and released by DeInit (in the
-// destructor, after the thread has stopped), so they need no lock.
+// before the service can be reached) and released by DeInit (when the last
+// strong reference goes, after the thread has stopped), so they need no lock.
 #ifndef VYMM_SERVICE_VY_MEDIA_MONITOR_SERVICE_H
 #define VYMM_SERVICE_VY_MEDIA_MONITOR_SERVICE_H
 
@@ -45,7 +45,7 @@
 
 #include "service/MonitorStats.h"
 #include "service/CallCapture.h"
-#include "writers/LogRateLimiter.h"
+#include "common/LogRateLimiter.h"
 #include "writers/MediaBDCountWriter.h"
 #include "writers/MediaBDFlowWriter.h"
 #include "writers/MediaBigDataWriter.h"
@@ -219,20 +219,23 @@ public:
     // The worker: takes every event waiting on a bounded FIFO at once and
     // dispatches them to the service in order, with mQueueLock released.
     // When the queue stays empty for mWriteCheckDuration it queues a
-    // write-check event of its own. Holds the service weakly, so it never
-    // keeps it alive; events queued for a service that is gone are dropped.
+    // write-check event of its own. It never owns the service: it holds a
+    // plain pointer, valid until the service's shutdown has joined it
+    // (Exit), so the service's end never runs on the worker and no event
+    // is lost between two of a batch.
     // SendLogEvent and Exit run on any thread; threadLoop on its own.
     class LogSendThread : public Thread {
     public:
-        explicit LogSendThread(const wp<VyMediaMonitorService>& service);
+        explicit LogSendThread(VyMediaMonitorService* service);
         ~LogSendThread() override;
 
         // Queues event, or drops it when mQueueLimit events, or
         // MAX_QUEUE_BYTES, are waiting. Never waits for anything but
         // mQueueLock.
         void SendLogEvent(const sp<LogSrvEvent>& event) EXCLUDES(mQueueLock);
-        // Stops the thread and waits for it to end, unless called on the
-        // thread itself; queued events are not dispatched.
+        // Stops the thread and waits for it to end; queued events, and the
+        // rest of a batch cut short, stay queued for TakeQueue. Must not be
+        // called on the worker itself (it would wait for itself).
         void Exit() EXCLUDES(mQueueLock);
         // The events still queued, which the caller now owns.
         std::deque<sp<LogSrvEvent>> TakeQueue() EXCLUDES(mQueueLock);
@@ -262,7 +265,7 @@ public:
         const int32_t mQueueLimit;
         Mutex mQueueLock;
         Condition mQueueCond;  // on the monotonic clock; an event was queued
-        const wp<VyMediaMonitorService> mService;
+        VyMediaMonitorService* const mService;  // outlives the thread
         // FIFO. Not the platform's Vector: taking from its front reallocates
         // it whenever it falls below half its capacity, which is every pop of
         // a draining backlog.
@@ -274,10 +277,13 @@ public:
             LockedCounter droppedFull;
             LockedCounter droppedBytes;
             LockedCounter highWater;
-            LockedCounter dispatched;
+            LockedCounter taken;  // by the worker, in batches
         };
         QueueCounters mCounters GUARDED_BY(mQueueLock);
-        StatCounter mLongestDispatchNs;  // bumped by the worker alone
+        // Bumped by the worker alone, each event once it has run; what was
+        // taken and not yet run is the difference.
+        StatCounter mDispatched;
+        StatCounter mLongestDispatchNs;
         // Set by onFirstRef, before the thread starts.
         bool mDebuggable;
         int64_t mWriteCheckDuration;  // nanoseconds
@@ -292,10 +298,6 @@ public:
         }
 
         LogRateLimiter mQueueBytesLog;  // the refusal line, at most once a second
-
-        // The thread's kernel id, set by the thread itself: Exit must not
-        // wait for the thread it runs on.
-        std::atomic<pid_t> mThreadTid{-1};
     };
 
     VyMediaMonitorService();
@@ -358,9 +360,16 @@ public:
     status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                         uint32_t flags = 0) override;
 
-    // Start-up and shutdown; the constructor and destructor run them.
+    // Start-up, in the constructor.
     void Init();
+    // The shutdown: stops the capture and joins the worker, dispatches the
+    // events still queued, then has the uploading writers send what they
+    // hold. Idempotent. Runs when the last strong reference goes (so the
+    // object is whole, subclass included) or when called first by the
+    // owner, which then waits for the uploads; never on the worker, which
+    // holds no reference. No call may arrive once it has begun.
     void DeInit();
+    void onLastStrongRef(const void* id) override;
     void SetupStaticTypeFlags();
     // Remove a leftover record file whose property is 0.
     void CheckLogFiles();

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "writers/LogRateLimiter.h"
+#include "common/LogRateLimiter.h"
 
 using android::LogRateLimiter;
 

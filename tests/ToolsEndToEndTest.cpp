@@ -180,7 +180,9 @@ TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {
     for (const Json::Value& count : counted["queue"]["queued"]) {
         queued += count.asInt();
     }
-    EXPECT_EQ(queued, counted["worker"]["dispatched"].asInt() + counted["queue"]["depth"].asInt());
+    EXPECT_EQ(queued, counted["worker"]["dispatched"].asInt() +
+                              counted["worker"]["in_hand"].asInt() +
+                              counted["queue"]["depth"].asInt());
     // Sleeps add up before anything is sent; a call too large to deliver fails the replay.
     WriteFile("long.trace", "sleep 86400000\nsleep 1\n");
     const std::string tooLong = RunTool({VYMM, "replay", "long.trace"});

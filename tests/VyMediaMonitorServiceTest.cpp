@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <numeric>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -31,7 +32,7 @@ TEST_F(ServiceTest, QueueHoldsAtMost512EventsAndDispatchesThemInArrivalOrder) {
     // lock; taken, it no longer counts against the bound.
     probe->mDispatchLock.lock();
     probe->Queue(Plain(kFirst));
-    const bool parked = Eventually([&] { return probe->getStrongCount() == 2; });
+    const bool parked = probe->WorkerTookQueue();
     int32_t queued = 1;
     while (parked && queued < 600 && mLog.CountContaining(kTag, "eventQueue full") == 0) {
         probe->Queue(Plain(kFirst + queued++));
@@ -56,11 +57,12 @@ TEST_F(ServiceTest, QueueHoldsAtMost512EventsAndDispatchesThemInArrivalOrder) {
     std::iota(expected.begin(), expected.end(), 0);
     EXPECT_EQ(dispatched, expected);
 
+    // Counted once its dispatch has returned, just after the line above.
+    EXPECT_TRUE(Eventually([&] { return StatsOf(*probe)["worker"]["dispatched"] == accepted; }));
     const Json::Value stats = StatsOf(*probe);
     EXPECT_EQ(stats["queue"]["dropped"]["queue_full"].asInt(), 1);
     EXPECT_GE(stats["queue"]["high_water"].asInt(), 511);
     EXPECT_EQ(stats["queue"]["queued"]["other"].asInt(), accepted);
-    EXPECT_EQ(stats["worker"]["dispatched"].asInt(), accepted);
     EXPECT_EQ(stats["queue"]["depth"].asInt(), 0);
 }
 
@@ -73,7 +75,7 @@ TEST_F(ServiceTest, QueueRefusesEventsPastItsByteLimitLoggingAtALimitedRate) {
     // queue holds the large ones alone, whenever the worker wakes.
     probe->mDispatchLock.lock();
     probe->Queue(Plain(kFirst - 1));
-    const bool parked = Eventually([&] { return probe->getStrongCount() == 2; });
+    const bool parked = probe->WorkerTookQueue();
     for (int32_t i = 0; parked && i < 100; ++i) {
         probe->Queue(Plain(kFirst + i, -1, -1, text.c_str()));
     }
@@ -134,35 +136,38 @@ TEST_F(ServiceTest, CaptureKeepsTwoFilesWithinItsLimitOnlyOnDebuggableBuilds) {
     EXPECT_NE(both.find(tooLong), std::string::npos) << both;
 }
 
-// Kept for shutdown on the worker itself, which no single-line fault models.
-TEST_F(ServiceTest, TheLastReferenceDroppedOnTheWorkerStopsItWithoutWaitingForItself) {
-    ServiceProbe* probe = &Start();
-    probe->Queue(Exception(901));
-    ASSERT_TRUE(probe->Drain(mLog));
-
-    // The worker holds the service from taking an event to the end of its
-    // dispatch: let it finish the last one, then catch it at the next.
-    ASSERT_TRUE(Eventually([&] { return probe->getStrongCount() == 1; }));
-    Mutex& dispatch = probe->mDispatchLock;
-    dispatch.lock();
-    probe->Queue(Exception(902));
-    const bool caught = Eventually([&] { return probe->getStrongCount() == 2; });
-    if (caught) {
-        mService.clear();
-    }
+// Drops the last reference to probe on another thread while the worker waits
+// at the dispatch lock, which the caller holds and which is released here;
+// returns once the shutdown has run.
+void ReleaseWhileDispatchHeld(sp<ServiceProbe>* probe) {
+    Mutex& dispatch = (*probe)->mDispatchLock;
+    std::thread release([probe] { probe->clear(); });
     dispatch.unlock();
-    ASSERT_TRUE(caught);
-
-    Stop();
-    EXPECT_TRUE(!UploadsOf(mEvents.Lines(), 902).empty());
-    EXPECT_EQ(mLog.ToString().find("guaranteed deadlock"), std::string::npos);
+    release.join();
 }
 
-// Kept for shutdown racing the worker, which no single-line fault models.
+// The worker holds no reference: the last one goes elsewhere, and the event
+// in its hand, the rest of its batch and the queue all reach the writers.
+TEST_F(ServiceTest, TheLastReferenceDroppedMidBatchLosesNothingQueued) {
+    sp<ServiceProbe> probe = &Start();
+    mService.clear();
+    probe->mDispatchLock.lock();
+    probe->Queue(Exception(901));
+    const bool parked = probe->WorkerTookQueue();
+    probe->Queue(Exception(902));
+    probe->Queue(Exception(903));
+    ReleaseWhileDispatchHeld(&probe);
+    ASSERT_TRUE(parked);
+
+    EXPECT_TRUE(Eventually([] { return CountThreads("mediaLogSend") == 0; }));
+    for (int id : {901, 902, 903}) {
+        EXPECT_EQ(UploadsOf(mEvents.Lines(), id).size(), 1u) << id;
+    }
+}
+
 // Each cycle's exception reaches its writer first. Odd cycles then stop with
-// the queue full and the worker inside a dispatch, so that shutdown runs on
-// the worker; even ones stop from here with the worker in its timed wait.
-// Every shutdown uploads what the exception writer holds.
+// the queue full and the worker inside a dispatch; even ones with the worker
+// in its timed wait. Every shutdown uploads what the exception writer holds.
 TEST_F(ServiceTest, StartStopCyclesNeverHangLeakOrLoseWhatTheWritersHold) {
     constexpr int kCycles = 200;
     constexpr int32_t kFirstId = 5000000;
@@ -175,22 +180,17 @@ TEST_F(ServiceTest, StartStopCyclesNeverHangLeakOrLoseWhatTheWritersHold) {
             sp<ServiceProbe> probe = new ServiceProbe;
             probe->Queue(Exception(kFirstId + cycle));
             ASSERT_TRUE(probe->Drain(mLog)) << cycle;
-            ASSERT_TRUE(Eventually([&] { return probe->getStrongCount() == 1; }));
             if (cycle % 2 == 0) {
                 continue;
             }
-            Mutex& dispatch = probe->mDispatchLock;
-            dispatch.lock();
-            for (int i = 0; i < 520; ++i) {
+            probe->mDispatchLock.lock();
+            probe->Queue(Plain(3000000));
+            const bool parked = probe->WorkerTookQueue();
+            for (int i = 1; i < 520; ++i) {
                 probe->Queue(Plain(3000000 + i));
             }
-            // The worker took the first event and waits with the service held.
-            const bool held = Eventually([&] { return probe->getStrongCount() == 2; });
-            if (held) {
-                probe.clear();
-            }
-            dispatch.unlock();
-            ASSERT_TRUE(held) << cycle;
+            ReleaseWhileDispatchHeld(&probe);
+            ASSERT_TRUE(parked) << cycle;
         }
     });
     EXPECT_TRUE(Eventually([] { return CountThreads("mediaLogSend") == 0; }));

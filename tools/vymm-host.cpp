@@ -1,7 +1,8 @@
 // vymm-host: plays the media server's part on a host. Sets the properties,
 // loads the service library, launches the service and serves Binder calls
 // until SIGTERM or SIGINT; then it stops accepting, runs the calls already
-// sent and releases the service so that its shutdown runs. See usage below.
+// sent and drops its own last reference to the service, so that the
+// service's shutdown runs on the main thread. See usage below.
 #include <dlfcn.h>
 #include <errno.h>
 #include <limits.h>
@@ -111,15 +112,15 @@ bool EnterRoot(const std::string& root) {
     return true;
 }
 
-// Loads the library and runs its launch function; true once this process
-// publishes the service.
-bool Launch(const std::string& lib) {
+// Loads the library and runs its launch function; the service this process
+// now publishes, or null.
+sp<android::IBinder> Launch(const std::string& lib) {
     void* handle = dlopen(lib.c_str(), RTLD_NOW);
     void* launch = handle != nullptr ? dlsym(handle, kLaunchSymbol) : nullptr;
     if (launch == nullptr) {
         fprintf(stderr, "vymm-host: cannot load %s from %s: %s\n", kLaunchSymbol, lib.c_str(),
                 dlerror());
-        return false;
+        return nullptr;
     }
     reinterpret_cast<void (*)()>(launch)();
     const sp<android::IBinder> published = defaultServiceManager()->checkService(
@@ -127,9 +128,9 @@ bool Launch(const std::string& lib) {
     if (published == nullptr || published->localBinder() == nullptr) {
         fprintf(stderr, "vymm-host: %s did not publish %s in %s\n", lib.c_str(), kServiceName,
                 RuntimeFolder().c_str());
-        return false;
+        return nullptr;
     }
-    return true;
+    return published;
 }
 
 }  // namespace
@@ -160,7 +161,10 @@ int main(int argc, char** argv) {
     for (const auto& [key, value] : options.props) {
         android::base::SetProperty(key, value);
     }
-    if (!Launch(options.lib)) {
+    // Ours, so that the service's shutdown runs here, on the main thread,
+    // and the host exits only after its uploads.
+    sp<android::IBinder> service = Launch(options.lib);
+    if (service == nullptr) {
         return EXIT_UNREACHABLE;
     }
     android::ProcessState::self()->startThreadPool();
@@ -173,9 +177,15 @@ int main(int argc, char** argv) {
     printf("vymm-host: %s: stopping\n", strsignal(signal));
     fflush(stdout);
     // Returns once the requests already written to the service's sockets
-    // ran. The service manager held the last reference: the service's
-    // shutdown runs here and sends what its writers hold.
+    // ran; then no serving thread is left to hold the service.
     defaultServiceManager()->removeService(String16(kServiceName));
     android::ProcessState::self()->stopThreadPool();
+    if (service->getStrongCount() != 1) {
+        fprintf(stderr, "vymm-host: the service is still referenced %d times at the stop\n",
+                service->getStrongCount() - 1);
+    }
+    // The last reference: the service's shutdown dispatches what is queued
+    // and sends what its writers hold, before main returns.
+    service.clear();
     return EXIT_OK;
 }

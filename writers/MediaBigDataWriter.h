@@ -17,7 +17,7 @@
 #include <utils/Mutex.h>
 #include <utils/String8.h>
 
-#include "writers/LogRateLimiter.h"
+#include "common/LogRateLimiter.h"
 #include "writers/MediaLogBase.h"
 
 namespace android {

@@ -14,7 +14,7 @@
 #include <utils/String8.h>
 #include <utils/Vector.h>
 
-#include "writers/LogRateLimiter.h"
+#include "common/LogRateLimiter.h"
 #include "writers/MediaLogBase.h"
 
 namespace android {

@@ -23,7 +23,7 @@
 #include <utils/Timers.h>
 
 #include "writers/WriterStats.h"
-#include "writers/LogRateLimiter.h"
+#include "common/LogRateLimiter.h"
 
 namespace android {
 

@@ -41,6 +41,16 @@ public:
     using VyMediaMonitorService::mLogSendThread;
     using VyMediaMonitorService::mStaticTypeFlags;
 
+    // True once the worker has taken everything queued, within the usual
+    // deadline; with mDispatchLock held by the caller it then waits there.
+    bool WorkerTookQueue() {
+        return Eventually([&] {
+            android::MonitorStats stats;
+            mLogSendThread->CopyStatsTo(&stats);
+            return stats.depth == 0;
+        });
+    }
+
     // Queues event as an entry point does.
     void Queue(const android::sp<LogSrvEvent>& event) {
         android::Mutex::Autolock lock(mLock);
@@ -72,7 +82,7 @@ class HeldQueue : public android::VyMediaMonitorService::LogSendThread {
 public:
     using Event = MonitorEvent;
 
-    explicit HeldQueue(const android::wp<android::VyMediaMonitorService>& service)
+    explicit HeldQueue(android::VyMediaMonitorService* service)
         : LogSendThread(service) {}
 
     // What was queued since the last take, oldest first.

@@ -45,7 +45,7 @@
 #include <utils/Mutex.h>
 
 #include "Wire.h"
-#include "writers/LogRateLimiter.h"
+#include "common/LogRateLimiter.h"
 
 namespace android {
 

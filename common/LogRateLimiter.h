@@ -3,8 +3,8 @@
 // a few lines a second, and the next line let through is preceded by one
 // saying how many were held back. Takes no lock: any thread may ask, with or
 // without its own locks held. One limiter per kind of line.
-#ifndef VYMM_WRITERS_LOG_RATE_LIMITER_H
-#define VYMM_WRITERS_LOG_RATE_LIMITER_H
+#ifndef VYMM_COMMON_LOG_RATE_LIMITER_H
+#define VYMM_COMMON_LOG_RATE_LIMITER_H
 
 #include <stddef.h>
 
