@@ -137,10 +137,9 @@ TEST_F(ServiceTest, CaptureKeepsTwoFilesWithinItsLimitOnlyOnDebuggableBuilds) {
 }
 
 // Drops the last reference to probe on another thread while the worker waits
-// at the dispatch lock, which the caller holds and which is released here;
-// returns once the shutdown has run.
-void ReleaseWhileDispatchHeld(sp<ServiceProbe>* probe) {
-    Mutex& dispatch = (*probe)->mDispatchLock;
+// at probe's dispatch lock, which the caller holds and which is released
+// here; returns once the shutdown has run.
+void ReleaseWhileDispatchHeld(Mutex& dispatch, sp<ServiceProbe>* probe) RELEASE(dispatch) {
     std::thread release([probe] { probe->clear(); });
     dispatch.unlock();
     release.join();
@@ -151,12 +150,13 @@ void ReleaseWhileDispatchHeld(sp<ServiceProbe>* probe) {
 TEST_F(ServiceTest, TheLastReferenceDroppedMidBatchLosesNothingQueued) {
     sp<ServiceProbe> probe = &Start();
     mService.clear();
-    probe->mDispatchLock.lock();
+    Mutex& dispatch = probe->mDispatchLock;
+    dispatch.lock();
     probe->Queue(Exception(901));
     const bool parked = probe->WorkerTookQueue();
     probe->Queue(Exception(902));
     probe->Queue(Exception(903));
-    ReleaseWhileDispatchHeld(&probe);
+    ReleaseWhileDispatchHeld(dispatch, &probe);
     ASSERT_TRUE(parked);
 
     EXPECT_TRUE(Eventually([] { return CountThreads("mediaLogSend") == 0; }));
@@ -183,13 +183,14 @@ TEST_F(ServiceTest, StartStopCyclesNeverHangLeakOrLoseWhatTheWritersHold) {
             if (cycle % 2 == 0) {
                 continue;
             }
-            probe->mDispatchLock.lock();
+            Mutex& dispatch = probe->mDispatchLock;
+            dispatch.lock();
             probe->Queue(Plain(3000000));
             const bool parked = probe->WorkerTookQueue();
             for (int i = 1; i < 520; ++i) {
                 probe->Queue(Plain(3000000 + i));
             }
-            ReleaseWhileDispatchHeld(&probe);
+            ReleaseWhileDispatchHeld(dispatch, &probe);
             ASSERT_TRUE(parked) << cycle;
         }
     });
