@@ -1,6 +1,10 @@
 // How the runtime holds up under many clients: excess load waits, idle
 // connections make room, and a proxy dies only with its service.
+#include <chrono>
+#include <condition_variable>
+#include <future>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -113,6 +117,53 @@ TEST_F(BinderConnectionsTest, OneWayCallsNeverWaitAndASlowCallHoldsUpNoOtherClie
     mEcho->SetOpen(true);
     EXPECT_EQ(client.Calls(1).answered, 1);
     EXPECT_EQ(mEcho->Answered(), oneway.answered + 1);
+}
+
+// Holds the pool's accept between accept and registration until released.
+struct AcceptGate {
+    static void Hook() {
+        std::unique_lock<std::mutex> lock(mutex);
+        paused = true;
+        changed.notify_all();
+        changed.wait_for(lock, std::chrono::seconds(20), [] { return released; });
+    }
+
+    static std::mutex mutex;
+    static std::condition_variable changed;
+    static bool paused;
+    static bool released;
+};
+std::mutex AcceptGate::mutex;
+std::condition_variable AcceptGate::changed;
+bool AcceptGate::paused = false;
+bool AcceptGate::released = false;
+
+TEST_F(BinderConnectionsTest, AWithdrawalRunsWhatAConnectionBeingAcceptedSent) {
+    constexpr int kCalls = 100;
+    BinderPool::sAcceptHook = AcceptGate::Hook;
+    const base::unique_fd conn = RawConnect(mDir.path(), kName);
+    for (int i = 0; i < kCalls; ++i) {
+        ASSERT_TRUE(SendHeader(conn.get(), {FRAME_MAGIC, EchoBinder::ECHO, IBinder::FLAG_ONEWAY,
+                                            0, 0}));
+    }
+    {
+        std::unique_lock<std::mutex> lock(AcceptGate::mutex);
+        ASSERT_TRUE(AcceptGate::changed.wait_for(lock, std::chrono::seconds(20),
+                                                 [] { return AcceptGate::paused; }));
+    }
+    // How many calls had run when the withdrawal returned.
+    std::future<int> withdrawn = std::async(std::launch::async, [&] {
+        defaultServiceManager()->removeService(String16(kName));
+        return mEcho->Answered();
+    });
+    EXPECT_EQ(withdrawn.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+    {
+        std::lock_guard<std::mutex> lock(AcceptGate::mutex);
+        AcceptGate::released = true;
+        AcceptGate::changed.notify_all();
+    }
+    EXPECT_EQ(withdrawn.get(), kCalls);
+    BinderPool::sAcceptHook = nullptr;
 }
 
 }  // namespace

@@ -26,6 +26,9 @@ thread_local bool tServing = false;
 
 // How long accepting pauses when the process is out of descriptors.
 constexpr int ACCEPT_RETRY_MS = 1000;
+// How long the drain of a withdrawn service's backlog retries when the
+// process is out of descriptors.
+constexpr int DRAIN_RETRY_MS = 5000;
 
 // The event of mWakeFd; other ids name listeners and connections.
 constexpr uint64_t WAKE_ID = 0;
@@ -64,6 +67,8 @@ bool Malformed(status_t status) { return status == BAD_VALUE || status == UNKNOW
 
 }  // namespace
 
+void (*BinderPool::sAcceptHook)() = nullptr;
+
 BinderPool::BinderPool()
     : mEpollFd(epoll_create1(EPOLL_CLOEXEC)),
       mWakeFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
@@ -75,6 +80,7 @@ BinderPool::BinderPool()
       mNextId(WAKE_ID + 1),
       mRound(0),
       mRetired(0),
+      mDiscarded(0),
       mFull(false),
       mAcceptPaused(false) {
     LOG_ALWAYS_FATAL_IF(mEpollFd.get() < 0 || mWakeFd.get() < 0, "epoll or eventfd failed: %s",
@@ -108,32 +114,41 @@ void BinderPool::AddListener(base::unique_fd listener, const sp<IBinder>& binder
 
 void BinderPool::RemoveListener(const sp<IBinder>& binder) {
     std::vector<std::shared_ptr<Listener>> removed;
-    std::vector<std::unique_ptr<Connection>> closed;
     {
         Mutex::Autolock lock(mLock);
         for (auto it = mListeners.begin(); it != mListeners.end();) {
             if (it->second->binder == binder) {
                 it->second->removed = true;
                 epoll_ctl(mEpollFd.get(), EPOLL_CTL_DEL, it->second->fd.get(), nullptr);
+                // A connect from now on is refused: the backlog is all
+                // there will be.
+                shutdown(it->second->fd.get(), SHUT_RD);
                 removed.push_back(std::move(it->second));
                 it = mListeners.erase(it);
             } else {
                 ++it;
             }
         }
+        // A connection accepted but not yet registered is not among those
+        // retired below.
+        for (const std::shared_ptr<Listener>& listener : removed) {
+            while (listener->accepting > 0) {
+                mAcceptedCond.wait(mLock);
+            }
+        }
     }
-    // Its socket is gone from the folder: no connection comes after these.
     for (const std::shared_ptr<Listener>& listener : removed) {
         Accept(listener);
     }
+    std::vector<std::unique_ptr<Connection>> closed;
     Mutex::Autolock lock(mLock);
-    std::vector<Connection*> idle;
+    std::vector<Connection*> serving;
     for (const auto& [id, conn] : mConnections) {
-        if (conn->binder == binder && !conn->held && !conn->retired) {
-            idle.push_back(conn.get());
+        if (conn->binder == binder && !conn->retired) {
+            serving.push_back(conn.get());
         }
     }
-    for (Connection* conn : idle) {
+    for (Connection* conn : serving) {
         closed.push_back(Retire(conn));
     }
 }
@@ -206,6 +221,7 @@ void BinderPool::Stop() {
     // Destroyed without the lock: requests first, then connections.
     std::map<uint64_t, std::unique_ptr<Connection>> connections;
     std::deque<Request> queue;
+    size_t discarded;
     {
         Mutex::Autolock lock(mLock);
         while (mJoined > 0) {
@@ -216,11 +232,19 @@ void BinderPool::Stop() {
         }
         connections.swap(mConnections);
         queue.swap(mQueue);
+        discarded = mDiscarded + queue.size();
+        mDiscarded = 0;
         mRetired = 0;
         mFull = false;
         mRunning = false;
     }
     queue.clear();
+    for (auto& [id, conn] : connections) {
+        discarded += DiscardUnread(conn.get());
+    }
+    if (discarded > 0) {
+        ALOGW("discarded %zu requests at the stop", discarded);
+    }
     connections.clear();
     uint64_t count;
     (void)!read(mWakeFd.get(), &count, sizeof(count));
@@ -348,7 +372,8 @@ bool BinderPool::ReadFrom(Connection* conn, Request* request) {
     Mutex::Autolock lock(mLock);
     conn->lastUsed = ++mRound;
     if (mExit) {
-        // Stop() closes the connection; the client sends again.
+        // Stop() closes the connection.
+        ++mDiscarded;
         return false;
     }
     // Another thread takes over watching while this one runs the call; when
@@ -413,7 +438,9 @@ void BinderPool::Accept(const std::shared_ptr<Listener>& listener) {
     {
         Mutex::Autolock lock(mLock);
         removed = listener->removed;
+        ++listener->accepting;
     }
+    const nsecs_t drainDeadline = systemTime(SYSTEM_TIME_MONOTONIC) + ms2ns(DRAIN_RETRY_MS);
     bool madeRoom = false;
     for (size_t accepted = 0; removed || accepted < ACCEPT_BATCH; ++accepted) {
         {
@@ -429,12 +456,17 @@ void BinderPool::Accept(const std::shared_ptr<Listener>& listener) {
                 continue;
             }
             if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+                if (RetryDrain(*listener, drainDeadline)) {
+                    continue;
+                }
                 ALOGE("cannot accept connections: %s", strerror(errno));
                 Mutex::Autolock lock(mLock);
                 mAcceptPaused = true;
-                return;
             }
             break;
+        }
+        if (sAcceptHook != nullptr) {
+            sAcceptHook();
         }
         ucred cred = {};
         socklen_t len = sizeof(cred);
@@ -465,9 +497,25 @@ void BinderPool::Accept(const std::shared_ptr<Listener>& listener) {
         Register(std::move(conn), *listener);
     }
     Mutex::Autolock lock(mLock);
+    --listener->accepting;
+    mAcceptedCond.broadcast();
     if (!listener->removed && !mAcceptPaused && !Full()) {
         Arm(listener->fd.get(), listener->id, EPOLLIN);
     }
+}
+
+bool BinderPool::RetryDrain(const Listener& listener, nsecs_t deadline) {
+    Mutex::Autolock lock(mLock);
+    const nsecs_t left = deadline - systemTime(SYSTEM_TIME_MONOTONIC);
+    if (!listener.removed || left <= 0) {
+        if (listener.removed) {
+            ALOGE("connections left in the backlog of a withdrawn service: out of descriptors");
+        }
+        return false;
+    }
+    // A connection that ends gives its descriptor back.
+    mClosedCond.waitRelative(mLock, std::min(left, ms2ns(ACCEPT_RETRY_MS)));
+    return true;
 }
 
 void BinderPool::Register(std::unique_ptr<Connection> conn, const Listener& listener) {
@@ -522,6 +570,12 @@ std::unique_ptr<BinderPool::Connection> BinderPool::Retire(Connection* conn) {
     // Shut first: what the client sends from now on fails there, so what
     // is left to read is all it will ever be.
     shutdown(conn->fd.get(), SHUT_RD);
+    if (conn->held) {
+        // Its thread reads it to the end.
+        conn->retired = true;
+        ++mRetired;
+        return nullptr;
+    }
     int unread = 0;
     if (!conn->out.empty() || ioctl(conn->fd.get(), FIONREAD, &unread) != 0 || unread == 0) {
         return Detach(conn);
@@ -551,6 +605,17 @@ void BinderPool::Release(Connection* conn) {
     if (mFull && mRunning) {
         ArmListeners();
     }
+}
+
+size_t BinderPool::DiscardUnread(Connection* conn) {
+    size_t frames = 0;
+    while (conn->reader.Read(conn->fd.get()) == FrameReader::COMPLETE) {
+        FrameHeader header;
+        Parcel data;
+        conn->reader.Take(&header, &data);
+        ++frames;
+    }
+    return frames;
 }
 
 bool BinderPool::Flush(Connection* conn) {

@@ -43,6 +43,7 @@
 #include <binder/Parcel.h>
 #include <utils/Condition.h>
 #include <utils/Mutex.h>
+#include <utils/Timers.h>
 
 #include "Wire.h"
 #include "common/LogRateLimiter.h"
@@ -65,9 +66,10 @@ public:
 
     // Serves binder on listener, a listening socket, from now on.
     void AddListener(base::unique_fd listener, const sp<IBinder>& binder);
-    // Stops serving binder: takes the connections still in its listener's
-    // backlog and closes the listener; each connection of binder is shut
-    // for reading and closed once it ran what it was sent.
+    // Stops serving binder: shuts its listener, takes the connections still
+    // in its backlog, also those another thread is accepting, and closes
+    // the listener; each connection of binder, busy or not, is shut for
+    // reading and closed once it ran what it was sent.
     void RemoveListener(const sp<IBinder>& binder);
     // Returns once binder has no connection left, or at once on a pool
     // thread or while the pool does not run.
@@ -78,15 +80,22 @@ public:
     // Serves requests on the calling thread until Stop().
     void Join();
     // Returns once every thread of the pool is gone, even when another
-    // caller was already stopping it.
+    // caller was already stopping it. Requests still unread are counted
+    // and logged as discarded.
     void Stop();
+
+    // Test seam: runs on the accepting thread between accept and the
+    // connection's registration, without the lock.
+    static void (*sAcceptHook)();
 
 private:
     struct Listener {
         base::unique_fd fd;
         sp<IBinder> binder;
         uint64_t id;
-        bool removed = false;  // under mLock
+        // Under mLock:
+        bool removed = false;
+        size_t accepting = 0;  // threads between accept and registration
     };
 
     struct Connection {
@@ -121,6 +130,8 @@ private:
     // true with a request for this thread to run. Otherwise conn was let
     // go, closed or queued.
     bool ReadFrom(Connection* conn, Request* request);
+    // Reads and drops the complete requests left on conn: how many.
+    static size_t DiscardUnread(Connection* conn);
     // Sends what the connection's reply has left; false when it failed.
     static bool Flush(Connection* conn);
     // Runs a request and answers it; false when conn was closed.
@@ -128,6 +139,9 @@ private:
     // Accepts up to ACCEPT_BATCH connections on listener (all of them once
     // it is removed), making room for at most one.
     void Accept(const std::shared_ptr<Listener>& listener);
+    // After accept failed with errno: true to try again, when listener is
+    // being drained and descriptors may come free before deadline.
+    bool RetryDrain(const Listener& listener, nsecs_t deadline);
     void Register(std::unique_ptr<Connection> conn, const Listener& listener) EXCLUDES(mLock);
     // The connection to retire for a new one at the bound; null when every
     // connection holds a call.
@@ -157,6 +171,7 @@ private:
     Condition mLeftCond;     // a joined thread left the pool
     Condition mStoppedCond;  // a Stop() finished
     Condition mClosedCond;   // a connection was closed
+    Condition mAcceptedCond; // an accept in progress ended
     size_t mMaxThreads GUARDED_BY(mLock);
     bool mExit GUARDED_BY(mLock);     // a Stop() is in progress
     bool mRunning GUARDED_BY(mLock);  // started and not stopped
@@ -168,6 +183,7 @@ private:
     std::map<uint64_t, std::shared_ptr<Listener>> mListeners GUARDED_BY(mLock);
     std::map<uint64_t, std::unique_ptr<Connection>> mConnections GUARDED_BY(mLock);
     size_t mRetired GUARDED_BY(mLock);  // connections retired, not yet closed
+    size_t mDiscarded GUARDED_BY(mLock);  // requests read but not run at a stop
     std::deque<Request> mQueue GUARDED_BY(mLock);
     // Listeners are left unarmed while every connection holds a call, and
     // for a while when the process is out of descriptors.
