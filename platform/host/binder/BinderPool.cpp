@@ -267,9 +267,17 @@ void BinderPool::Loop() {
     tServing = true;
     Request request;
     while (Next(&request)) {
-        // Serve where read: the connection's next request is read here too.
+        // Serve where read: the connection's next request is read here too,
+        // but for a turn only while other connections may be waiting.
         Connection* conn = request.conn;
-        while (Serve(&request) && ReadFrom(conn, &request)) {
+        for (size_t served = 1; Serve(&request); ++served) {
+            if (served % TURN_REQUESTS == 0 && OthersMayWait()) {
+                Yield(conn);
+                break;
+            }
+            if (!ReadFrom(conn, &request)) {
+                break;
+            }
         }
     }
     tServing = false;
@@ -326,6 +334,20 @@ bool BinderPool::Next(Request* request) {
             return true;
         }
     }
+}
+
+bool BinderPool::OthersMayWait() {
+    Mutex::Autolock lock(mLock);
+    return mWatching == 0 || !mQueue.empty();
+}
+
+void BinderPool::Yield(Connection* conn) {
+    if (!conn->out.empty() && !Flush(conn)) {
+        Close(conn);
+        return;
+    }
+    // Armed again, it goes behind the connections already ready.
+    Release(conn);
 }
 
 bool BinderPool::TakeQueued(Request* request) {

@@ -3,7 +3,10 @@
 // Every idle pool thread waits on one epoll set in which each listener and
 // connection is armed one-shot, so exactly one thread takes each event. The
 // thread that reads a complete request runs it and sends its reply, then
-// reads the connection's next request itself; the others go on watching,
+// reads the connection's next request itself, for a turn of TURN_REQUESTS
+// when other connections may be waiting (it then goes to the back of the
+// ready ones, so that a flood takes turns with everyone else); the others
+// go on watching,
 // and a thread is spawned when none is left to watch, up to the maximum but
 // at least one; threads that join the pool serve as extra ones. Only when
 // no thread can take over watching does a request wait in a queue for the
@@ -60,6 +63,9 @@ public:
     // Connections accepted from one listener at a time, so that the
     // requests of those accepted are read in between.
     static constexpr size_t ACCEPT_BATCH = 8;
+    // Requests a thread runs from one connection in a row while others may
+    // be waiting: then the connection goes to the back of the ready ones.
+    static constexpr size_t TURN_REQUESTS = 8;
 
     BinderPool();
     ~BinderPool();
@@ -132,6 +138,11 @@ private:
     bool ReadFrom(Connection* conn, Request* request);
     // Reads and drops the complete requests left on conn: how many.
     static size_t DiscardUnread(Connection* conn);
+    // True when a ready connection may find no thread watching, or a
+    // request waits in the queue.
+    bool OthersMayWait() EXCLUDES(mLock);
+    // Lets go of conn, which this thread holds, after its reply is sent.
+    void Yield(Connection* conn) EXCLUDES(mLock);
     // Sends what the connection's reply has left; false when it failed.
     static bool Flush(Connection* conn);
     // Runs a request and answers it; false when conn was closed.
