@@ -78,8 +78,7 @@ BinderPool::BinderPool()
       mWatching(0),
       mJoined(0),
       mNextId(WAKE_ID + 1),
-      mRound(0),
-      mRetired(0),
+      mTable(MAX_CONNECTIONS),
       mDiscarded(0),
       mFull(false),
       mAcceptPaused(false) {
@@ -144,7 +143,7 @@ void BinderPool::RemoveListener(const sp<IBinder>& binder) {
     Mutex::Autolock lock(mLock);
     std::vector<Connection*> serving;
     for (const auto& [id, conn] : mConnections) {
-        if (conn->binder == binder && !conn->retired) {
+        if (conn->binder == binder && !mTable.Retired(id)) {
             serving.push_back(conn.get());
         }
     }
@@ -234,7 +233,7 @@ void BinderPool::Stop() {
         queue.swap(mQueue);
         discarded = mDiscarded + queue.size();
         mDiscarded = 0;
-        mRetired = 0;
+        mTable.Clear();
         mFull = false;
         mRunning = false;
     }
@@ -319,9 +318,8 @@ bool BinderPool::Next(Request* request) {
                 continue;
             }
             const auto found = mConnections.find(event.data.u64);
-            if (found != mConnections.end() && !found->second->held) {
+            if (found != mConnections.end() && mTable.Hold(found->first)) {
                 conn = found->second.get();
-                conn->held = true;
             } else if (const auto it = mListeners.find(event.data.u64); it != mListeners.end()) {
                 listener = it->second;
             }
@@ -392,7 +390,7 @@ bool BinderPool::ReadFrom(Connection* conn, Request* request) {
     conn->reader.Take(&request->header, request->data.get());
 
     Mutex::Autolock lock(mLock);
-    conn->lastUsed = ++mRound;
+    mTable.Used(conn->id);
     if (mExit) {
         // Stop() closes the connection.
         ++mDiscarded;
@@ -467,7 +465,7 @@ void BinderPool::Accept(const std::shared_ptr<Listener>& listener) {
     for (size_t accepted = 0; removed || accepted < ACCEPT_BATCH; ++accepted) {
         {
             Mutex::Autolock lock(mLock);
-            if (!removed && Live() >= MAX_CONNECTIONS && (madeRoom || Victim() == nullptr)) {
+            if (!removed && mTable.AtBound() && (madeRoom || mTable.Victim() == 0)) {
                 break;
             }
         }
@@ -507,7 +505,7 @@ void BinderPool::Accept(const std::shared_ptr<Listener>& listener) {
             Mutex::Autolock lock(mLock);
             // The victim found above may hold a call by now: then this one
             // connection goes over the bound.
-            Connection* victim = !removed && Live() >= MAX_CONNECTIONS ? Victim() : nullptr;
+            Connection* victim = !removed && mTable.AtBound() ? Victim() : nullptr;
             if (victim != nullptr) {
                 closed = Retire(victim);
                 madeRoom = true;
@@ -545,8 +543,8 @@ void BinderPool::Register(std::unique_ptr<Connection> conn, const Listener& list
     std::unique_ptr<Connection> closed;
     Mutex::Autolock lock(mLock);
     added->id = mNextId++;
-    added->lastUsed = mRound;
     mConnections[added->id] = std::move(conn);
+    mTable.Add(added->id, added->uid);
     epoll_event event = {};
     event.data.u64 = added->id;
     if (epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, added->fd.get(), &event) != 0) {
@@ -559,10 +557,8 @@ void BinderPool::Register(std::unique_ptr<Connection> conn, const Listener& list
     }
 }
 
-size_t BinderPool::Live() const { return mConnections.size() - mRetired; }
-
 bool BinderPool::Full() {
-    const bool full = Live() >= MAX_CONNECTIONS && Victim() == nullptr;
+    const bool full = mTable.AtBound() && mTable.Victim() == 0;
     if (full && !mFull) {
         ALOGW("all %zu connections hold calls: new ones wait", MAX_CONNECTIONS);
     }
@@ -570,40 +566,27 @@ bool BinderPool::Full() {
     return full;
 }
 
-BinderPool::Connection* BinderPool::Victim() {
-    std::map<uid_t, size_t> held;
-    for (const auto& [id, conn] : mConnections) {
-        ++held[conn->uid];
-    }
-    Connection* victim = nullptr;
-    for (const auto& [id, conn] : mConnections) {
-        if (conn->held || conn->retired) {
-            continue;
-        }
-        if (victim == nullptr || held[conn->uid] > held[victim->uid] ||
-            (held[conn->uid] == held[victim->uid] && conn->lastUsed < victim->lastUsed)) {
-            victim = conn.get();
-        }
-    }
-    return victim;
+BinderPool::Connection* BinderPool::Victim() { return Find(mTable.Victim()); }
+
+BinderPool::Connection* BinderPool::Find(uint64_t id) {
+    const auto it = mConnections.find(id);
+    return it != mConnections.end() ? it->second.get() : nullptr;
 }
 
 std::unique_ptr<BinderPool::Connection> BinderPool::Retire(Connection* conn) {
     // Shut first: what the client sends from now on fails there, so what
     // is left to read is all it will ever be.
     shutdown(conn->fd.get(), SHUT_RD);
-    if (conn->held) {
+    if (mTable.Held(conn->id)) {
         // Its thread reads it to the end.
-        conn->retired = true;
-        ++mRetired;
+        mTable.Retire(conn->id);
         return nullptr;
     }
     int unread = 0;
     if (!conn->out.empty() || ioctl(conn->fd.get(), FIONREAD, &unread) != 0 || unread == 0) {
         return Detach(conn);
     }
-    conn->retired = true;
-    ++mRetired;
+    mTable.Retire(conn->id);
     Arm(conn->fd.get(), conn->id, EPOLLIN);
     return nullptr;
 }
@@ -611,11 +594,12 @@ std::unique_ptr<BinderPool::Connection> BinderPool::Retire(Connection* conn) {
 void BinderPool::Release(Connection* conn) {
     std::unique_ptr<Connection> closed;
     Mutex::Autolock lock(mLock);
-    conn->held = false;
-    if (conn->retired && !conn->out.empty()) {
+    mTable.Release(conn->id);
+    const bool retired = mTable.Retired(conn->id);
+    if (retired && !conn->out.empty()) {
         // The client runs what it sent but does not take the replies.
         closed = Detach(conn);
-    } else if (!conn->retired && !mExit &&
+    } else if (!retired && !mExit &&
                std::none_of(mListeners.begin(), mListeners.end(), [&](const auto& entry) {
                    return entry.second->binder == conn->binder;
                })) {
@@ -671,9 +655,7 @@ std::unique_ptr<BinderPool::Connection> BinderPool::Detach(Connection* conn) {
     }
     std::unique_ptr<Connection> detached = std::move(it->second);
     mConnections.erase(it);
-    if (detached->retired) {
-        --mRetired;
-    }
+    mTable.Remove(detached->id);
     // Removed before the descriptor closes: a number reused at once must
     // not inherit its registration.
     epoll_ctl(mEpollFd.get(), EPOLL_CTL_DEL, detached->fd.get(), nullptr);

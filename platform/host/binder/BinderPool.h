@@ -29,7 +29,8 @@
 // Threads: pool threads run Loop(). The public methods may be called from
 // any thread; Stop() not from a pool thread. mLock is the only lock, never
 // held while a call runs or a thread is joined. A connection is held by one
-// thread at a time (held, under mLock); only that thread reads or writes it.
+// thread at a time (in mTable, under mLock); only that thread reads or
+// writes it.
 #ifndef HOST_BINDER_BINDER_POOL_H
 #define HOST_BINDER_BINDER_POOL_H
 
@@ -48,6 +49,7 @@
 #include <utils/Mutex.h>
 #include <utils/Timers.h>
 
+#include "ConnectionTable.h"
 #include "Wire.h"
 #include "common/LogRateLimiter.h"
 
@@ -115,10 +117,6 @@ private:
         FrameReader reader{MAX_FRAME_FDS};
         std::vector<uint8_t> out;  // reply bytes not yet sent
         size_t outSent = 0;
-        // Under mLock:
-        uint64_t lastUsed = 0;  // mRound of its accept or last request
-        bool held = false;      // a thread reads, runs or answers it
-        bool retired = false;   // shut for reading: closed at its end
     };
 
     struct Request {
@@ -157,6 +155,7 @@ private:
     // The connection to retire for a new one at the bound; null when every
     // connection holds a call.
     Connection* Victim() REQUIRES(mLock);
+    Connection* Find(uint64_t id) REQUIRES(mLock);
     // Shuts conn for reading; the connection to close now when it has no
     // request left to run, else null and it runs them first.
     std::unique_ptr<Connection> Retire(Connection* conn) REQUIRES(mLock);
@@ -166,7 +165,6 @@ private:
     std::unique_ptr<Connection> Detach(Connection* conn) REQUIRES(mLock);
     void Arm(int fd, uint64_t id, uint32_t events) REQUIRES(mLock);
     void ArmListeners() REQUIRES(mLock);
-    size_t Live() const REQUIRES(mLock);
     bool Full() REQUIRES(mLock);
     void Spawn() REQUIRES(mLock);
     // A request to run when one is queued that this thread may take.
@@ -190,10 +188,11 @@ private:
     size_t mWatching GUARDED_BY(mLock);  // threads waiting for an event
     size_t mJoined GUARDED_BY(mLock);    // threads inside Join()
     uint64_t mNextId GUARDED_BY(mLock);
-    uint64_t mRound GUARDED_BY(mLock);
     std::map<uint64_t, std::shared_ptr<Listener>> mListeners GUARDED_BY(mLock);
     std::map<uint64_t, std::unique_ptr<Connection>> mConnections GUARDED_BY(mLock);
-    size_t mRetired GUARDED_BY(mLock);  // connections retired, not yet closed
+    // Which of mConnections a thread holds (only that thread reads or
+    // writes it), which are retired, which makes room.
+    ConnectionTable mTable GUARDED_BY(mLock);
     size_t mDiscarded GUARDED_BY(mLock);  // requests read but not run at a stop
     std::deque<Request> mQueue GUARDED_BY(mLock);
     // Listeners are left unarmed while every connection holds a call, and
