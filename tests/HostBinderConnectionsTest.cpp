@@ -1,7 +1,16 @@
 // How the runtime holds up under many clients: excess load waits, idle
 // connections make room, and a proxy dies only with its service.
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <future>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <binder/IServiceManager.h>
@@ -113,6 +122,85 @@ TEST_F(BinderConnectionsTest, OneWayCallsNeverWaitAndASlowCallHoldsUpNoOtherClie
     mEcho->SetOpen(true);
     EXPECT_EQ(client.Calls(1).answered, 1);
     EXPECT_EQ(mEcho->Answered(), oneway.answered + 1);
+}
+
+TEST_F(BinderConnectionsTest, AFloodOnManyConnectionsTakesTurnsWithAnotherClient) {
+    constexpr int kFlooders = 40;
+    constexpr int kCallsPerSend = 64;
+    // Many calls a write, more than the pool reads one by one.
+    std::vector<FrameHeader> calls(kCallsPerSend,
+                                   {FRAME_MAGIC, EchoBinder::ECHO, IBinder::FLAG_ONEWAY, 0, 0});
+    std::atomic<bool> flooding{true};
+    std::vector<std::thread> flood;
+    for (int i = 0; i < kFlooders; ++i) {
+        flood.emplace_back([&] {
+            const base::unique_fd conn = RawConnect(mDir.path(), kName);
+            const timeval recheck = {0, 100000};
+            setsockopt(conn.get(), SOL_SOCKET, SO_SNDTIMEO, &recheck, sizeof(recheck));
+            while (flooding) {
+                send(conn.get(), calls.data(), calls.size() * sizeof(FrameHeader), MSG_NOSIGNAL);
+            }
+        });
+    }
+    ASSERT_TRUE(Eventually([&] { return mEcho->Answered() > 20 * kFlooders * kCallsPerSend; }));
+    const base::unique_fd other = RawConnect(mDir.path(), kName);
+    for (int i = 0; i < 8; ++i) {
+        const auto sent = std::chrono::steady_clock::now();
+        ASSERT_TRUE(SendHeader(other.get(), Request(IBinder::PING_TRANSACTION)));
+        ASSERT_EQ(ReadReply(other.get()), "0");
+        EXPECT_LT(std::chrono::steady_clock::now() - sent, std::chrono::seconds(2)) << i;
+    }
+    flooding = false;
+    for (std::thread& thread : flood) {
+        thread.join();
+    }
+}
+
+// Holds the pool's accept between accept and registration until released.
+struct AcceptGate {
+    static void Hook() {
+        std::unique_lock<std::mutex> lock(mutex);
+        paused = true;
+        changed.notify_all();
+        changed.wait_for(lock, std::chrono::seconds(20), [] { return released; });
+    }
+
+    static std::mutex mutex;
+    static std::condition_variable changed;
+    static bool paused;
+    static bool released;
+};
+std::mutex AcceptGate::mutex;
+std::condition_variable AcceptGate::changed;
+bool AcceptGate::paused = false;
+bool AcceptGate::released = false;
+
+TEST_F(BinderConnectionsTest, AWithdrawalRunsWhatAConnectionBeingAcceptedSent) {
+    constexpr int kCalls = 100;
+    BinderPool::sAcceptHook = AcceptGate::Hook;
+    const base::unique_fd conn = RawConnect(mDir.path(), kName);
+    for (int i = 0; i < kCalls; ++i) {
+        ASSERT_TRUE(SendHeader(conn.get(), {FRAME_MAGIC, EchoBinder::ECHO, IBinder::FLAG_ONEWAY,
+                                            0, 0}));
+    }
+    {
+        std::unique_lock<std::mutex> lock(AcceptGate::mutex);
+        ASSERT_TRUE(AcceptGate::changed.wait_for(lock, std::chrono::seconds(20),
+                                                 [] { return AcceptGate::paused; }));
+    }
+    // How many calls had run when the withdrawal returned.
+    std::future<int> withdrawn = std::async(std::launch::async, [&] {
+        defaultServiceManager()->removeService(String16(kName));
+        return mEcho->Answered();
+    });
+    EXPECT_EQ(withdrawn.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+    {
+        std::lock_guard<std::mutex> lock(AcceptGate::mutex);
+        AcceptGate::released = true;
+        AcceptGate::changed.notify_all();
+    }
+    EXPECT_EQ(withdrawn.get(), kCalls);
+    BinderPool::sAcceptHook = nullptr;
 }
 
 }  // namespace

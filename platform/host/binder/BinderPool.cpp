@@ -26,6 +26,9 @@ thread_local bool tServing = false;
 
 // How long accepting pauses when the process is out of descriptors.
 constexpr int ACCEPT_RETRY_MS = 1000;
+// How long the drain of a withdrawn service's backlog retries when the
+// process is out of descriptors.
+constexpr int DRAIN_RETRY_MS = 5000;
 
 // The event of mWakeFd; other ids name listeners and connections.
 constexpr uint64_t WAKE_ID = 0;
@@ -64,6 +67,8 @@ bool Malformed(status_t status) { return status == BAD_VALUE || status == UNKNOW
 
 }  // namespace
 
+void (*BinderPool::sAcceptHook)() = nullptr;
+
 BinderPool::BinderPool()
     : mEpollFd(epoll_create1(EPOLL_CLOEXEC)),
       mWakeFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
@@ -73,8 +78,8 @@ BinderPool::BinderPool()
       mWatching(0),
       mJoined(0),
       mNextId(WAKE_ID + 1),
-      mRound(0),
-      mRetired(0),
+      mTable(MAX_CONNECTIONS),
+      mDiscarded(0),
       mFull(false),
       mAcceptPaused(false) {
     LOG_ALWAYS_FATAL_IF(mEpollFd.get() < 0 || mWakeFd.get() < 0, "epoll or eventfd failed: %s",
@@ -108,32 +113,41 @@ void BinderPool::AddListener(base::unique_fd listener, const sp<IBinder>& binder
 
 void BinderPool::RemoveListener(const sp<IBinder>& binder) {
     std::vector<std::shared_ptr<Listener>> removed;
-    std::vector<std::unique_ptr<Connection>> closed;
     {
         Mutex::Autolock lock(mLock);
         for (auto it = mListeners.begin(); it != mListeners.end();) {
             if (it->second->binder == binder) {
                 it->second->removed = true;
                 epoll_ctl(mEpollFd.get(), EPOLL_CTL_DEL, it->second->fd.get(), nullptr);
+                // A connect from now on is refused: the backlog is all
+                // there will be.
+                shutdown(it->second->fd.get(), SHUT_RD);
                 removed.push_back(std::move(it->second));
                 it = mListeners.erase(it);
             } else {
                 ++it;
             }
         }
+        // A connection accepted but not yet registered is not among those
+        // retired below.
+        for (const std::shared_ptr<Listener>& listener : removed) {
+            while (listener->accepting > 0) {
+                mAcceptedCond.wait(mLock);
+            }
+        }
     }
-    // Its socket is gone from the folder: no connection comes after these.
     for (const std::shared_ptr<Listener>& listener : removed) {
         Accept(listener);
     }
+    std::vector<std::unique_ptr<Connection>> closed;
     Mutex::Autolock lock(mLock);
-    std::vector<Connection*> idle;
+    std::vector<Connection*> serving;
     for (const auto& [id, conn] : mConnections) {
-        if (conn->binder == binder && !conn->held && !conn->retired) {
-            idle.push_back(conn.get());
+        if (conn->binder == binder && !mTable.Retired(id)) {
+            serving.push_back(conn.get());
         }
     }
-    for (Connection* conn : idle) {
+    for (Connection* conn : serving) {
         closed.push_back(Retire(conn));
     }
 }
@@ -206,6 +220,7 @@ void BinderPool::Stop() {
     // Destroyed without the lock: requests first, then connections.
     std::map<uint64_t, std::unique_ptr<Connection>> connections;
     std::deque<Request> queue;
+    size_t discarded;
     {
         Mutex::Autolock lock(mLock);
         while (mJoined > 0) {
@@ -216,11 +231,19 @@ void BinderPool::Stop() {
         }
         connections.swap(mConnections);
         queue.swap(mQueue);
-        mRetired = 0;
+        discarded = mDiscarded + queue.size();
+        mDiscarded = 0;
+        mTable.Clear();
         mFull = false;
         mRunning = false;
     }
     queue.clear();
+    for (auto& [id, conn] : connections) {
+        discarded += DiscardUnread(conn.get());
+    }
+    if (discarded > 0) {
+        ALOGW("discarded %zu requests at the stop", discarded);
+    }
     connections.clear();
     uint64_t count;
     (void)!read(mWakeFd.get(), &count, sizeof(count));
@@ -243,9 +266,17 @@ void BinderPool::Loop() {
     tServing = true;
     Request request;
     while (Next(&request)) {
-        // Serve where read: the connection's next request is read here too.
+        // Serve where read: the connection's next request is read here too,
+        // but for a turn only while other connections may be waiting.
         Connection* conn = request.conn;
-        while (Serve(&request) && ReadFrom(conn, &request)) {
+        for (size_t served = 1; Serve(&request); ++served) {
+            if (served % TURN_REQUESTS == 0 && OthersMayWait()) {
+                Yield(conn);
+                break;
+            }
+            if (!ReadFrom(conn, &request)) {
+                break;
+            }
         }
     }
     tServing = false;
@@ -287,9 +318,8 @@ bool BinderPool::Next(Request* request) {
                 continue;
             }
             const auto found = mConnections.find(event.data.u64);
-            if (found != mConnections.end() && !found->second->held) {
+            if (found != mConnections.end() && mTable.Hold(found->first)) {
                 conn = found->second.get();
-                conn->held = true;
             } else if (const auto it = mListeners.find(event.data.u64); it != mListeners.end()) {
                 listener = it->second;
             }
@@ -302,6 +332,20 @@ bool BinderPool::Next(Request* request) {
             return true;
         }
     }
+}
+
+bool BinderPool::OthersMayWait() {
+    Mutex::Autolock lock(mLock);
+    return mWatching == 0 || !mQueue.empty();
+}
+
+void BinderPool::Yield(Connection* conn) {
+    if (!conn->out.empty() && !Flush(conn)) {
+        Close(conn);
+        return;
+    }
+    // Armed again, it goes behind the connections already ready.
+    Release(conn);
 }
 
 bool BinderPool::TakeQueued(Request* request) {
@@ -346,9 +390,10 @@ bool BinderPool::ReadFrom(Connection* conn, Request* request) {
     conn->reader.Take(&request->header, request->data.get());
 
     Mutex::Autolock lock(mLock);
-    conn->lastUsed = ++mRound;
+    mTable.Used(conn->id);
     if (mExit) {
-        // Stop() closes the connection; the client sends again.
+        // Stop() closes the connection.
+        ++mDiscarded;
         return false;
     }
     // Another thread takes over watching while this one runs the call; when
@@ -413,12 +458,14 @@ void BinderPool::Accept(const std::shared_ptr<Listener>& listener) {
     {
         Mutex::Autolock lock(mLock);
         removed = listener->removed;
+        ++listener->accepting;
     }
+    const nsecs_t drainDeadline = systemTime(SYSTEM_TIME_MONOTONIC) + ms2ns(DRAIN_RETRY_MS);
     bool madeRoom = false;
     for (size_t accepted = 0; removed || accepted < ACCEPT_BATCH; ++accepted) {
         {
             Mutex::Autolock lock(mLock);
-            if (!removed && Live() >= MAX_CONNECTIONS && (madeRoom || Victim() == nullptr)) {
+            if (!removed && mTable.AtBound() && (madeRoom || mTable.Victim() == 0)) {
                 break;
             }
         }
@@ -429,12 +476,17 @@ void BinderPool::Accept(const std::shared_ptr<Listener>& listener) {
                 continue;
             }
             if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+                if (RetryDrain(*listener, drainDeadline)) {
+                    continue;
+                }
                 ALOGE("cannot accept connections: %s", strerror(errno));
                 Mutex::Autolock lock(mLock);
                 mAcceptPaused = true;
-                return;
             }
             break;
+        }
+        if (sAcceptHook != nullptr) {
+            sAcceptHook();
         }
         ucred cred = {};
         socklen_t len = sizeof(cred);
@@ -453,7 +505,7 @@ void BinderPool::Accept(const std::shared_ptr<Listener>& listener) {
             Mutex::Autolock lock(mLock);
             // The victim found above may hold a call by now: then this one
             // connection goes over the bound.
-            Connection* victim = !removed && Live() >= MAX_CONNECTIONS ? Victim() : nullptr;
+            Connection* victim = !removed && mTable.AtBound() ? Victim() : nullptr;
             if (victim != nullptr) {
                 closed = Retire(victim);
                 madeRoom = true;
@@ -465,9 +517,25 @@ void BinderPool::Accept(const std::shared_ptr<Listener>& listener) {
         Register(std::move(conn), *listener);
     }
     Mutex::Autolock lock(mLock);
+    --listener->accepting;
+    mAcceptedCond.broadcast();
     if (!listener->removed && !mAcceptPaused && !Full()) {
         Arm(listener->fd.get(), listener->id, EPOLLIN);
     }
+}
+
+bool BinderPool::RetryDrain(const Listener& listener, nsecs_t deadline) {
+    Mutex::Autolock lock(mLock);
+    const nsecs_t left = deadline - systemTime(SYSTEM_TIME_MONOTONIC);
+    if (!listener.removed || left <= 0) {
+        if (listener.removed) {
+            ALOGE("connections left in the backlog of a withdrawn service: out of descriptors");
+        }
+        return false;
+    }
+    // A connection that ends gives its descriptor back.
+    mClosedCond.waitRelative(mLock, std::min(left, ms2ns(ACCEPT_RETRY_MS)));
+    return true;
 }
 
 void BinderPool::Register(std::unique_ptr<Connection> conn, const Listener& listener) {
@@ -475,8 +543,8 @@ void BinderPool::Register(std::unique_ptr<Connection> conn, const Listener& list
     std::unique_ptr<Connection> closed;
     Mutex::Autolock lock(mLock);
     added->id = mNextId++;
-    added->lastUsed = mRound;
     mConnections[added->id] = std::move(conn);
+    mTable.Add(added->id, added->uid);
     epoll_event event = {};
     event.data.u64 = added->id;
     if (epoll_ctl(mEpollFd.get(), EPOLL_CTL_ADD, added->fd.get(), &event) != 0) {
@@ -489,10 +557,8 @@ void BinderPool::Register(std::unique_ptr<Connection> conn, const Listener& list
     }
 }
 
-size_t BinderPool::Live() const { return mConnections.size() - mRetired; }
-
 bool BinderPool::Full() {
-    const bool full = Live() >= MAX_CONNECTIONS && Victim() == nullptr;
+    const bool full = mTable.AtBound() && mTable.Victim() == 0;
     if (full && !mFull) {
         ALOGW("all %zu connections hold calls: new ones wait", MAX_CONNECTIONS);
     }
@@ -500,34 +566,27 @@ bool BinderPool::Full() {
     return full;
 }
 
-BinderPool::Connection* BinderPool::Victim() {
-    std::map<uid_t, size_t> held;
-    for (const auto& [id, conn] : mConnections) {
-        ++held[conn->uid];
-    }
-    Connection* victim = nullptr;
-    for (const auto& [id, conn] : mConnections) {
-        if (conn->held || conn->retired) {
-            continue;
-        }
-        if (victim == nullptr || held[conn->uid] > held[victim->uid] ||
-            (held[conn->uid] == held[victim->uid] && conn->lastUsed < victim->lastUsed)) {
-            victim = conn.get();
-        }
-    }
-    return victim;
+BinderPool::Connection* BinderPool::Victim() { return Find(mTable.Victim()); }
+
+BinderPool::Connection* BinderPool::Find(uint64_t id) {
+    const auto it = mConnections.find(id);
+    return it != mConnections.end() ? it->second.get() : nullptr;
 }
 
 std::unique_ptr<BinderPool::Connection> BinderPool::Retire(Connection* conn) {
     // Shut first: what the client sends from now on fails there, so what
     // is left to read is all it will ever be.
     shutdown(conn->fd.get(), SHUT_RD);
+    if (mTable.Held(conn->id)) {
+        // Its thread reads it to the end.
+        mTable.Retire(conn->id);
+        return nullptr;
+    }
     int unread = 0;
     if (!conn->out.empty() || ioctl(conn->fd.get(), FIONREAD, &unread) != 0 || unread == 0) {
         return Detach(conn);
     }
-    conn->retired = true;
-    ++mRetired;
+    mTable.Retire(conn->id);
     Arm(conn->fd.get(), conn->id, EPOLLIN);
     return nullptr;
 }
@@ -535,11 +594,12 @@ std::unique_ptr<BinderPool::Connection> BinderPool::Retire(Connection* conn) {
 void BinderPool::Release(Connection* conn) {
     std::unique_ptr<Connection> closed;
     Mutex::Autolock lock(mLock);
-    conn->held = false;
-    if (conn->retired && !conn->out.empty()) {
+    mTable.Release(conn->id);
+    const bool retired = mTable.Retired(conn->id);
+    if (retired && !conn->out.empty()) {
         // The client runs what it sent but does not take the replies.
         closed = Detach(conn);
-    } else if (!conn->retired && !mExit &&
+    } else if (!retired && !mExit &&
                std::none_of(mListeners.begin(), mListeners.end(), [&](const auto& entry) {
                    return entry.second->binder == conn->binder;
                })) {
@@ -551,6 +611,17 @@ void BinderPool::Release(Connection* conn) {
     if (mFull && mRunning) {
         ArmListeners();
     }
+}
+
+size_t BinderPool::DiscardUnread(Connection* conn) {
+    size_t frames = 0;
+    while (conn->reader.Read(conn->fd.get()) == FrameReader::COMPLETE) {
+        FrameHeader header;
+        Parcel data;
+        conn->reader.Take(&header, &data);
+        ++frames;
+    }
+    return frames;
 }
 
 bool BinderPool::Flush(Connection* conn) {
@@ -584,9 +655,7 @@ std::unique_ptr<BinderPool::Connection> BinderPool::Detach(Connection* conn) {
     }
     std::unique_ptr<Connection> detached = std::move(it->second);
     mConnections.erase(it);
-    if (detached->retired) {
-        --mRetired;
-    }
+    mTable.Remove(detached->id);
     // Removed before the descriptor closes: a number reused at once must
     // not inherit its registration.
     epoll_ctl(mEpollFd.get(), EPOLL_CTL_DEL, detached->fd.get(), nullptr);

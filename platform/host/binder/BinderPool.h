@@ -3,7 +3,10 @@
 // Every idle pool thread waits on one epoll set in which each listener and
 // connection is armed one-shot, so exactly one thread takes each event. The
 // thread that reads a complete request runs it and sends its reply, then
-// reads the connection's next request itself; the others go on watching,
+// reads the connection's next request itself, for a turn of TURN_REQUESTS
+// when other connections may be waiting (it then goes to the back of the
+// ready ones, so that a flood takes turns with everyone else); the others
+// go on watching,
 // and a thread is spawned when none is left to watch, up to the maximum but
 // at least one; threads that join the pool serve as extra ones. Only when
 // no thread can take over watching does a request wait in a queue for the
@@ -26,7 +29,8 @@
 // Threads: pool threads run Loop(). The public methods may be called from
 // any thread; Stop() not from a pool thread. mLock is the only lock, never
 // held while a call runs or a thread is joined. A connection is held by one
-// thread at a time (held, under mLock); only that thread reads or writes it.
+// thread at a time (in mTable, under mLock); only that thread reads or
+// writes it.
 #ifndef HOST_BINDER_BINDER_POOL_H
 #define HOST_BINDER_BINDER_POOL_H
 
@@ -43,7 +47,9 @@
 #include <binder/Parcel.h>
 #include <utils/Condition.h>
 #include <utils/Mutex.h>
+#include <utils/Timers.h>
 
+#include "ConnectionTable.h"
 #include "Wire.h"
 #include "common/LogRateLimiter.h"
 
@@ -59,15 +65,19 @@ public:
     // Connections accepted from one listener at a time, so that the
     // requests of those accepted are read in between.
     static constexpr size_t ACCEPT_BATCH = 8;
+    // Requests a thread runs from one connection in a row while others may
+    // be waiting: then the connection goes to the back of the ready ones.
+    static constexpr size_t TURN_REQUESTS = 8;
 
     BinderPool();
     ~BinderPool();
 
     // Serves binder on listener, a listening socket, from now on.
     void AddListener(base::unique_fd listener, const sp<IBinder>& binder);
-    // Stops serving binder: takes the connections still in its listener's
-    // backlog and closes the listener; each connection of binder is shut
-    // for reading and closed once it ran what it was sent.
+    // Stops serving binder: shuts its listener, takes the connections still
+    // in its backlog, also those another thread is accepting, and closes
+    // the listener; each connection of binder, busy or not, is shut for
+    // reading and closed once it ran what it was sent.
     void RemoveListener(const sp<IBinder>& binder);
     // Returns once binder has no connection left, or at once on a pool
     // thread or while the pool does not run.
@@ -78,15 +88,22 @@ public:
     // Serves requests on the calling thread until Stop().
     void Join();
     // Returns once every thread of the pool is gone, even when another
-    // caller was already stopping it.
+    // caller was already stopping it. Requests still unread are counted
+    // and logged as discarded.
     void Stop();
+
+    // Test seam: runs on the accepting thread between accept and the
+    // connection's registration, without the lock.
+    static void (*sAcceptHook)();
 
 private:
     struct Listener {
         base::unique_fd fd;
         sp<IBinder> binder;
         uint64_t id;
-        bool removed = false;  // under mLock
+        // Under mLock:
+        bool removed = false;
+        size_t accepting = 0;  // threads between accept and registration
     };
 
     struct Connection {
@@ -100,10 +117,6 @@ private:
         FrameReader reader{MAX_FRAME_FDS};
         std::vector<uint8_t> out;  // reply bytes not yet sent
         size_t outSent = 0;
-        // Under mLock:
-        uint64_t lastUsed = 0;  // mRound of its accept or last request
-        bool held = false;      // a thread reads, runs or answers it
-        bool retired = false;   // shut for reading: closed at its end
     };
 
     struct Request {
@@ -121,6 +134,13 @@ private:
     // true with a request for this thread to run. Otherwise conn was let
     // go, closed or queued.
     bool ReadFrom(Connection* conn, Request* request);
+    // Reads and drops the complete requests left on conn: how many.
+    static size_t DiscardUnread(Connection* conn);
+    // True when a ready connection may find no thread watching, or a
+    // request waits in the queue.
+    bool OthersMayWait() EXCLUDES(mLock);
+    // Lets go of conn, which this thread holds, after its reply is sent.
+    void Yield(Connection* conn) EXCLUDES(mLock);
     // Sends what the connection's reply has left; false when it failed.
     static bool Flush(Connection* conn);
     // Runs a request and answers it; false when conn was closed.
@@ -128,10 +148,14 @@ private:
     // Accepts up to ACCEPT_BATCH connections on listener (all of them once
     // it is removed), making room for at most one.
     void Accept(const std::shared_ptr<Listener>& listener);
+    // After accept failed with errno: true to try again, when listener is
+    // being drained and descriptors may come free before deadline.
+    bool RetryDrain(const Listener& listener, nsecs_t deadline);
     void Register(std::unique_ptr<Connection> conn, const Listener& listener) EXCLUDES(mLock);
     // The connection to retire for a new one at the bound; null when every
     // connection holds a call.
     Connection* Victim() REQUIRES(mLock);
+    Connection* Find(uint64_t id) REQUIRES(mLock);
     // Shuts conn for reading; the connection to close now when it has no
     // request left to run, else null and it runs them first.
     std::unique_ptr<Connection> Retire(Connection* conn) REQUIRES(mLock);
@@ -141,7 +165,6 @@ private:
     std::unique_ptr<Connection> Detach(Connection* conn) REQUIRES(mLock);
     void Arm(int fd, uint64_t id, uint32_t events) REQUIRES(mLock);
     void ArmListeners() REQUIRES(mLock);
-    size_t Live() const REQUIRES(mLock);
     bool Full() REQUIRES(mLock);
     void Spawn() REQUIRES(mLock);
     // A request to run when one is queued that this thread may take.
@@ -157,6 +180,7 @@ private:
     Condition mLeftCond;     // a joined thread left the pool
     Condition mStoppedCond;  // a Stop() finished
     Condition mClosedCond;   // a connection was closed
+    Condition mAcceptedCond; // an accept in progress ended
     size_t mMaxThreads GUARDED_BY(mLock);
     bool mExit GUARDED_BY(mLock);     // a Stop() is in progress
     bool mRunning GUARDED_BY(mLock);  // started and not stopped
@@ -164,10 +188,12 @@ private:
     size_t mWatching GUARDED_BY(mLock);  // threads waiting for an event
     size_t mJoined GUARDED_BY(mLock);    // threads inside Join()
     uint64_t mNextId GUARDED_BY(mLock);
-    uint64_t mRound GUARDED_BY(mLock);
     std::map<uint64_t, std::shared_ptr<Listener>> mListeners GUARDED_BY(mLock);
     std::map<uint64_t, std::unique_ptr<Connection>> mConnections GUARDED_BY(mLock);
-    size_t mRetired GUARDED_BY(mLock);  // connections retired, not yet closed
+    // Which of mConnections a thread holds (only that thread reads or
+    // writes it), which are retired, which makes room.
+    ConnectionTable mTable GUARDED_BY(mLock);
+    size_t mDiscarded GUARDED_BY(mLock);  // requests read but not run at a stop
     std::deque<Request> mQueue GUARDED_BY(mLock);
     // Listeners are left unarmed while every connection holds a call, and
     // for a while when the process is out of descriptors.
