@@ -2,6 +2,7 @@
 // any point of a write, damaged and planted files, and each writer's records
 // across a restart.
 #include <fcntl.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -287,6 +288,41 @@ TEST_F(WriterStoreTest, RecordsFlushedBeforeADeathAreNotWrittenAgain) {
     writer->FlushToFile();
     const std::string again = ReadFile(BD_COUNT_FILE);
     EXPECT_EQ(again.find("\t6:1"), again.rfind("\t6:1"));
+}
+
+// A full disk costs a counter, never the writer's records: once there is
+// room again, the next batch's snapshot holds all of them.
+TEST_F(WriterStoreTest, AFullDiskIsCountedAndMadeGoodOnceThereIsRoom) {
+    if (geteuid() != 0 || mount("tmpfs", kDir, "tmpfs", 0, "size=64k") != 0) {
+        GTEST_SKIP() << "a tiny tmpfs needs root";
+    }
+    {
+        const int fd = open("data/log/filler", O_WRONLY | O_CREAT, 0600);
+        const std::string block(4096, 'x');
+        while (write(fd, block.data(), block.size()) > 0) {
+        }
+        close(fd);
+    }
+    std::unique_ptr<WriterStore> store;
+    String8 held;
+    {
+        sp<MediaExceptionWriter> writer = Start<MediaExceptionWriter>(&store);
+        for (int round = 0; round < 50; ++round) {
+            Fill(writer.get(), round);
+            const MediaLogBase::PersistWork work = writer->TakePersistWork();
+            if (!(work.snapshot ? store->WriteSnapshot(work.bytes) : store->Append(work.bytes))) {
+                writer->RequestSnapshot();
+            }
+        }
+        EXPECT_GT(writer->GetStats().persistFailures, 0u);
+        ASSERT_EQ(0, unlink("data/log/filler"));
+        Persist(writer.get(), store.get());
+        held = writer->DumpText();
+    }
+    sp<MediaExceptionWriter> writer = Start<MediaExceptionWriter>(&store);
+    EXPECT_EQ(std::string(held.string()), std::string(writer->DumpText().string()));
+    store.reset();
+    umount2(kDir, MNT_DETACH);
 }
 
 // Reads the upload grid's anchor under the writer's lock.
