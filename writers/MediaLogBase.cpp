@@ -388,9 +388,7 @@ void MediaLogBase::Journal(const StateWriter& op) {
         StateChanged();
         return;
     }
-    StateWriter framed;
-    framed.PutItem(op.Bytes());
-    mPendingOps.append(framed.Bytes());
+    AppendItem(&mPendingOps, op.Bytes());
 }
 
 void MediaLogBase::StateChanged() {

@@ -40,9 +40,10 @@ uint32_t Get32At(const char* data) {
 }
 
 uint32_t RecordCrc(uint32_t gen, const char* data, size_t size) {
-    std::string genBytes;
-    Put32At(&genBytes, gen);
-    return Crc32(data, size, Crc32(genBytes.data(), genBytes.size()));
+    const char genBytes[4] = {static_cast<char>(gen & 0xFF), static_cast<char>((gen >> 8) & 0xFF),
+                              static_cast<char>((gen >> 16) & 0xFF),
+                              static_cast<char>((gen >> 24) & 0xFF)};
+    return Crc32(data, size, Crc32(genBytes, sizeof(genBytes)));
 }
 
 // Reads at most limit bytes of fd; false on a read error.
@@ -88,9 +89,11 @@ void StateWriter::PutText(const String8& text) {
     mBytes.append(text.string(), text.length());
 }
 
-void StateWriter::PutItem(const std::string& item) {
-    Put32(static_cast<int32_t>(item.size()));
-    mBytes.append(item);
+void StateWriter::PutItem(const std::string& item) { AppendItem(&mBytes, item); }
+
+void AppendItem(std::string* bytes, const std::string& item) {
+    Put32At(bytes, static_cast<uint32_t>(item.size()));
+    bytes->append(item);
 }
 
 bool StateReader::Take(size_t size, const char** out) {
@@ -277,16 +280,18 @@ bool WriterStore::Append(const std::string& framedOperations) {
     if (mJournalFd < 0) {
         return false;
     }
+    // Each item becomes a record: its length grows by the generation's 4
+    // bytes, and the checksum goes in front of the generation.
     std::string records;
+    records.reserve(framedOperations.size() * 2);
     StateReader reader(framedOperations);
     StateReader item(nullptr, 0);
     while (reader.GetItem(&item)) {
-        std::string body;
-        Put32At(&body, mGeneration);
-        body.append(item.Rest());
-        Put32At(&records, static_cast<uint32_t>(body.size()));
-        Put32At(&records, Crc32(body.data(), body.size()));
-        records.append(body);
+        const std::string op = item.Rest();
+        Put32At(&records, static_cast<uint32_t>(op.size() + 4));
+        Put32At(&records, RecordCrc(mGeneration, op.data(), op.size()));
+        Put32At(&records, mGeneration);
+        records.append(op);
     }
     if (WriteAll(mJournalFd, records) != static_cast<ssize_t>(records.size())) {
         Failed("append to", mJournalPath);

@@ -55,6 +55,9 @@ private:
     std::string mBytes;
 };
 
+// Appends item to bytes as PutItem does.
+void AppendItem(std::string* bytes, const std::string& item);
+
 // Reads what StateWriter wrote; a read past the end sets Failed() and
 // yields zeros.
 class StateReader {
