@@ -267,6 +267,12 @@ nsecs_t MonotonicNow() { return systemTime(SYSTEM_TIME_MONOTONIC); }
 }  // namespace
 
 void MediaLogBase::Recover(const WriterStore::Contents& contents) {
+    {
+        Mutex::Autolock lock(WriterLock());
+        // What the files hold stays the writer's state unless the replay
+        // changes it otherwise (an upload, a flush) or drops part of it.
+        mRecoveryDiffers = !contents.hasSnapshot;
+    }
     int64_t fileSizeThen = kNoTime;
     uint64_t records = 0;
     if (contents.hasSnapshot) {
@@ -281,6 +287,7 @@ void MediaLogBase::Recover(const WriterStore::Contents& contents) {
                 ++records;
             } else {
                 mCounters.DroppedDamaged();
+                DiffersFromFiles();
             }
         }
         // The charge of some writers depends on the order things arrived in,
@@ -304,6 +311,7 @@ void MediaLogBase::ReplayJournal(const WriterStore::Contents& contents, int64_t 
         // after the snapshot, which the death kept from being replaced.
         ALOGW("writer %d: record file changed since its snapshot; %zu journalled events are in it",
               mWriterType, contents.operations.size());
+        DiffersFromFiles();
         return;
     }
     uint64_t events = 0;
@@ -318,9 +326,15 @@ void MediaLogBase::ReplayJournal(const WriterStore::Contents& contents, int64_t 
             ++events;
         } else {
             mCounters.DroppedDamaged();
+            DiffersFromFiles();
         }
     }
     mCounters.Recovered(0, events);
+}
+
+void MediaLogBase::DiffersFromFiles() {
+    Mutex::Autolock lock(WriterLock());
+    mRecoveryDiffers = true;
 }
 
 void MediaLogBase::RestoreLastSendTime(int64_t wallNs) {
@@ -356,7 +370,8 @@ std::string MediaLogBase::EncodePayload() {
 void MediaLogBase::AttachStore(WriterStore* store) {
     Mutex::Autolock lock(WriterLock());
     mStore = store;
-    mSnapshotDue = true;  // what was recovered, under a generation of its own
+    // A clean load goes on in the same generation: no snapshot to write.
+    mSnapshotDue = mRecoveryDiffers;
 }
 
 MediaLogBase::PersistWork MediaLogBase::TakePersistWork() {
@@ -392,6 +407,7 @@ void MediaLogBase::Journal(const StateWriter& op) {
 }
 
 void MediaLogBase::StateChanged() {
+    mRecoveryDiffers = true;
     if (mStore != nullptr) {
         mSnapshotDue = true;
         mPendingOps.clear();

@@ -215,12 +215,14 @@ private:
     std::string EncodePayload();
     void RestoreLastSendTime(int64_t wallNs);
     void ReplayJournal(const WriterStore::Contents& contents, int64_t fileSizeThen);
+    void DiffersFromFiles();
 
     // Set before the writer is shared; the worker alone writes it.
     WriterStore* mStore = nullptr;
     // Guarded by WriterLock(): operations since the last batch, framed.
     std::string mPendingOps;
     bool mSnapshotDue = false;
+    bool mRecoveryDiffers = true;  // the records are not what the files hold
     LogRateLimiter mClockLog;
 };
 
