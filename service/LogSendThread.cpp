@@ -91,6 +91,12 @@ void Service::LogSendThread::Push(const sp<LogSrvEvent>& event, size_t bytes) {
     mCounters.highWater.Raise(mEventQueue.size());
 }
 
+void Service::LogSendThread::Nudge() {
+    Mutex::Autolock lock(mQueueLock);
+    mNudged = true;
+    mQueueCond.signal();
+}
+
 void Service::LogSendThread::Exit() {
     {
         Mutex::Autolock lock(mQueueLock);
@@ -114,21 +120,22 @@ bool Service::LogSendThread::threadLoop() {
     std::deque<sp<LogSrvEvent>> batch;
     while (!exitPending()) {
         if (batch.empty()) {
-            // Everything waiting at once: the callers meet the worker on
-            // mQueueLock once a batch, not once an event.
-            Mutex::Autolock lock(mQueueLock);
-            if (!WaitForEvent()) {
+            if (!TakeBatch(&batch)) {
                 break;
             }
-            batch.swap(mEventQueue);
-            mQueueBytes = 0;
-            mCounters.taken.Add(batch.size());
+            if (batch.empty()) {  // nudged: a writer took something in directly
+                mService->PersistBatch();
+                continue;
+            }
         }
         const nsecs_t start = systemTime(SYSTEM_TIME_MONOTONIC);
         mService->OnSrvEvent(batch.front());
         mLongestDispatchNs.Raise(static_cast<uint64_t>(systemTime(SYSTEM_TIME_MONOTONIC) - start));
         mDispatched.Add();
         batch.pop_front();
+        if (batch.empty()) {
+            mService->PersistBatch();
+        }
     }
     // Stopped within a batch: what it still holds goes back to the head of the
     // queue, in order, for the shutdown to dispatch.
@@ -141,8 +148,22 @@ bool Service::LogSendThread::threadLoop() {
     return false;
 }
 
+bool Service::LogSendThread::TakeBatch(std::deque<sp<LogSrvEvent>>* batch) {
+    // Everything waiting at once: the callers meet the worker on mQueueLock
+    // once a batch, not once an event.
+    Mutex::Autolock lock(mQueueLock);
+    if (!WaitForEvent()) {
+        return false;
+    }
+    batch->swap(mEventQueue);
+    mQueueBytes = 0;
+    mCounters.taken.Add(batch->size());
+    mNudged = false;
+    return true;
+}
+
 bool Service::LogSendThread::WaitForEvent() {
-    while (mEventQueue.empty()) {
+    while (mEventQueue.empty() && !mNudged) {
         if (exitPending()) {
             return false;
         }

@@ -123,6 +123,14 @@ Json::Value WriterToJson(bool present, const WriterStats& stats) {
     writer["record_path_replaced"] = Number(stats.pathsReplaced);
     writer["record_path_skipped"] = Number(stats.pathsSkipped);
     writer["log_suppressed"] = Number(stats.logSuppressed);
+    Json::Value& persist = writer["persist"];
+    persist["recovered_records"] = Number(stats.recoveredRecords);
+    persist["recovered_events"] = Number(stats.recoveredEvents);
+    persist["journal_bytes"] = Number(stats.journalBytes);
+    persist["snapshots"] = Number(stats.snapshots);
+    persist["damaged_dropped"] = Number(stats.damagedDropped);
+    persist["uploads_in_doubt"] = Number(stats.uploadsInDoubt);
+    persist["write_failures"] = Number(stats.persistFailures);
     return writer;
 }
 

@@ -109,6 +109,10 @@ void VyMediaMonitorService::WriteLogMsg(int prior, int type, const char* msg) {
     if (type == kDirectLogType && mExceptionLogWriter != nullptr) {
         Mutex::Autolock lock(mLock);
         mExceptionLogWriter->WriteLogMsg(prior, type, text);
+        // The worker journals it: this thread never waits for a file.
+        if (mPersistence != nullptr && mLogSendThread != nullptr) {
+            mLogSendThread->Nudge();
+        }
         return;
     }
     QueueEvent(new LogSrvEvent(EVENT_LOG_MSG, prior, type, text, false));

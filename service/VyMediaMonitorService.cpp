@@ -95,8 +95,26 @@ void VyMediaMonitorService::Init() {
         mLogSendThread = new LogSendThread(this);
         mPolicy = new MediaMonitorPolicy();
         CreateWriters();
+        RecoverWriters();
     }
     CheckLogFiles();
+}
+
+void VyMediaMonitorService::RecoverWriters() {
+    mPersistence = WriterPersistence::Create();
+    if (mPersistence == nullptr) {
+        return;
+    }
+    mPersistence->Recover(AllWriters());
+    // A writer whose cycle passed while no service ran is due now.
+    DoWriteCheck();
+    PersistBatch();
+}
+
+void VyMediaMonitorService::PersistBatch() {
+    if (mPersistence != nullptr) {
+        mPersistence->PersistBatch(AllWriters());
+    }
 }
 
 void VyMediaMonitorService::CreateWriters() {
@@ -136,22 +154,24 @@ void VyMediaMonitorService::DeInit() {
         mLogSendThread.clear();
     }
     // The file writers keep their records on disk; only the uploading
-    // writers send what they hold.
-    mExceptionLogWriter.clear();
-    mBDFlowWriter.clear();
-    mBDCountWriter.clear();
+    // writers send what they hold. What is left is kept for the next start.
     if (mExceptionWriter != nullptr) {
         mExceptionWriter->SendMediaLog();
-        mExceptionWriter.clear();
     }
     if (mKpiWriter != nullptr) {
         mKpiWriter->SendMediaLog();
-        mKpiWriter.clear();
     }
     if (mBigDataWriter != nullptr) {
         mBigDataWriter->SendMediaLog();
-        mBigDataWriter.clear();
     }
+    PersistBatch();
+    mPersistence.reset();
+    mExceptionLogWriter.clear();
+    mBDFlowWriter.clear();
+    mBDCountWriter.clear();
+    mExceptionWriter.clear();
+    mKpiWriter.clear();
+    mBigDataWriter.clear();
     mPolicy.clear();
 }
 

@@ -31,6 +31,7 @@
 #include <array>
 #include <atomic>
 #include <deque>
+#include <memory>
 #include <string>
 
 #include <IVyMediaMonitorService.h>
@@ -45,6 +46,7 @@
 
 #include "service/MonitorStats.h"
 #include "service/CallCapture.h"
+#include "service/WriterPersistence.h"
 #include "common/LogRateLimiter.h"
 #include "writers/MediaBDCountWriter.h"
 #include "writers/MediaBDFlowWriter.h"
@@ -233,6 +235,9 @@ public:
         // MAX_QUEUE_BYTES, are waiting. Never waits for anything but
         // mQueueLock.
         void SendLogEvent(const sp<LogSrvEvent>& event) EXCLUDES(mQueueLock);
+        // Wakes the worker to write out what a writer took in off the queue
+        // (the direct type-9 message). Never waits for anything but mQueueLock.
+        void Nudge() EXCLUDES(mQueueLock);
         // Stops the thread and waits for it to end; queued events, and the
         // rest of a batch cut short, stay queued for TakeQueue. Must not be
         // called on the worker itself (it would wait for itself).
@@ -271,6 +276,7 @@ public:
         // a draining backlog.
         std::deque<sp<LogSrvEvent>> mEventQueue GUARDED_BY(mQueueLock);
         size_t mQueueBytes GUARDED_BY(mQueueLock);  // as MAX_QUEUE_BYTES counts them
+        bool mNudged GUARDED_BY(mQueueLock) = false;
         // Counted under mQueueLock, which every hand-off takes anyway.
         struct QueueCounters {
             LockedCounter queued[MONITOR_EVENT_TYPES];
@@ -289,9 +295,12 @@ public:
         int64_t mWriteCheckDuration;  // nanoseconds
 
     private:
-        // Waits until an event is queued, or queues a write check after an
-        // idle period; false when an exit is pending instead.
+        // Waits until an event is queued or a nudge comes, or queues a write
+        // check after an idle period; false when an exit is pending instead.
         bool WaitForEvent() REQUIRES(mQueueLock);
+        // Waits as WaitForEvent does, then takes all that is queued (nothing
+        // when only nudged); false when an exit is pending.
+        bool TakeBatch(std::deque<sp<LogSrvEvent>>* batch) EXCLUDES(mQueueLock);
         void Push(const sp<LogSrvEvent>& event, size_t bytes) REQUIRES(mQueueLock);
         static size_t QueueBytes(const LogSrvEvent& event) {
             return QUEUE_EVENT_BYTES + event.TextBytes();
@@ -382,6 +391,10 @@ public:
     // The periodic flush check of the uploading writers.
     void DoWriteCheck();
 
+    // On the worker after each batch, and once more in the shutdown: the
+    // writers' state goes to storage. Does nothing when persistence is off.
+    void PersistBatch();
+
     // Dispatch, on the worker: one event at a time, by its type.
     void OnSrvEvent(const sp<LogSrvEvent>& event) EXCLUDES(mDispatchLock);
     void OnSrvEventOther(const sp<LogSrvEvent>& event) REQUIRES(mDispatchLock);
@@ -431,6 +444,7 @@ protected:
     sp<MediaExceptionWriter> mExceptionWriter;
     sp<MediaKpiWriter> mKpiWriter;
     sp<MediaBigDataWriter> mBigDataWriter;
+    std::unique_ptr<WriterPersistence> mPersistence;  // null when off
     KeyedVector<int32_t, int32_t> mStaticTypeFlags;  // big-data type -> file flag
     int32_t mRadar;
     int32_t mBDFlow;
@@ -497,6 +511,9 @@ private:
     String8 ToString8(const char* text);
     // Each writer whose switch is 1, in their fixed order.
     void CreateWriters();
+    // Loads the writers' state kept by the last service, unless
+    // ro.media.persist is 0.
+    void RecoverWriters();
     // Removes path when its switch is 0; name is the property's last word.
     void RemoveStaleFile(int32_t value, const char* path, const char* name);
     // Queues event under mLock.

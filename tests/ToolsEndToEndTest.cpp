@@ -372,4 +372,59 @@ TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {
     }
 }
 
+// A host killed outright at random moments while a client replays counted
+// calls loses nothing it had written out and uploads nothing twice: a new
+// host on the same folder starts with what the last one held, and one forced
+// send uploads the sum once.
+TEST(ToolsEndToEndTest, ASigkilledHostKeepsWhatItHeldAcrossRestarts) {
+    constexpr int kRounds = 20;
+    constexpr int kCalls = 200;
+    TempWorkDir root;
+    ScopedBinderDir binderDir;
+    const std::string events = root.path() + "/events.jsonl";
+    setenv("VEXEL_EVENT_LOG", events.c_str(), 1);
+    std::string trace;
+    for (int i = 0; i < kCalls; ++i) {
+        trace += "WriteBigData i32 916300001 s8 k i32 1 i32 0\n";
+    }
+    WriteFile("count.trace", trace);
+    WriteFile("send.trace", "as 1013\nForceLogSend i32 0\n");
+    const std::regex notDelivered("not delivered");
+    srand(static_cast<unsigned>(getpid()));
+    long delivered = 0;
+    for (int round = 0; round < kRounds; ++round) {
+        ChildProcess host({VYMM_HOST, "--root", root.path()}, -1, kDeadlineMs, true);
+        ASSERT_TRUE(host.WaitForLine("vymm-host: serving Vymedia.monitor")) << host.output();
+        ChildProcess replay({VYMM, "replay", "--fast", "count.trace"}, -1, kDeadlineMs, true);
+        usleep(static_cast<useconds_t>(20000 + rand() % 100000));
+        ASSERT_EQ(kill(host.pid(), SIGKILL), 0);
+        replay.Finish();
+        host.Finish();
+        const std::string out = replay.output();
+        const long refused = std::distance(
+                std::sregex_iterator(out.begin(), out.end(), notDelivered), std::sregex_iterator());
+        const long started = Contains(out, "cannot be reached") ? 0 : kCalls;
+        delivered += std::max(0L, started - refused);
+    }
+    ChildProcess host({VYMM_HOST, "--root", root.path()}, -1, kDeadlineMs, true);
+    ASSERT_TRUE(host.WaitForLine("vymm-host: serving Vymedia.monitor")) << host.output();
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "the forced send is refused to this uid";
+    }
+    ASSERT_EQ(RunTool({VYMM, "replay", "send.trace"}).rfind("0|", 0), 0u);
+    ASSERT_TRUE(WaitForUpload(events, "916300001 k="));
+    EXPECT_EQ(kill(host.pid(), SIGTERM), 0);
+    EXPECT_EQ(host.Finish(), 0) << host.output();
+    const std::string uploaded = Uploads(events);
+    const std::smatch match = [&] {
+        std::smatch m;
+        std::regex_search(uploaded, m, std::regex("916300001 k=(\\d+)\n"));
+        return m;
+    }();
+    ASSERT_FALSE(match.empty()) << uploaded;
+    EXPECT_EQ(match.position(0), static_cast<long>(uploaded.rfind("916300001 k="))) << uploaded;
+    EXPECT_GT(std::stol(match[1]), 0);
+    EXPECT_LE(std::stol(match[1]), delivered) << uploaded;
+}
+
 }  // namespace

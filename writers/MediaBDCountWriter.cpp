@@ -17,6 +17,11 @@ using Counters = DefaultKeyedVector<int, unsigned int>;
 constexpr unsigned int kCounterCeiling = 4294967294u;
 constexpr size_t kPairCharge = 4;
 
+enum : uint8_t {
+    OP_COUNT = 1,      // one message: named (1) or not, name, pid, type
+    OP_COUNTERS = 2,   // a counter as held: named or not, name, pid, type, value
+};
+
 // Counts one message of type under key; true when saturated (nothing counted).
 template <typename Key>
 bool CountMessage(KeyedVector<Key, Counters>* table, const Key& key, int type,
@@ -71,13 +76,30 @@ void MediaBDCountWriter::WriteBigDataMsg(int pid, int type) {
         ALOGI("MediaBDCountWriter::WriteBigDataMsg,pid:%d, type:%d,appName:%s", pid, type,
               appName.string());
     }
+    // pid -1 has the empty name, so it is counted as an application.
+    const bool named = appName != "Unknow App";
+    StateWriter op;
+    op.PutU8(OP_COUNT);
+    EncodeKey(named, appName, pid, type, &op);
+    Journal(op);
+    Count(named, appName, pid, type);
+}
+
+void MediaBDCountWriter::EncodeKey(bool named, const String8& appName, int pid, int type,
+                                   StateWriter* op) {
+    op->PutU8(named ? 1 : 0);
+    op->PutText(named ? appName : String8());
+    op->Put32(pid);
+    op->Put32(type);
+}
+
+void MediaBDCountWriter::Count(bool named, const String8& appName, int pid, int type) {
     if (mLogMemSize >= MAX_LOG_MEM_SIZE) {
         mCounters.Refused(REFUSED_CAP);
         return;
     }
-    // pid -1 has the empty name, so it is counted as an application.
-    const bool saturated = appName == "Unknow App" ? UpdateAndCheckTypeCounter(pid, type)
-                                                   : UpdateAndCheckBigDataCounter(appName, type);
+    const bool saturated = named ? UpdateAndCheckBigDataCounter(appName, type)
+                                 : UpdateAndCheckTypeCounter(pid, type);
     if (saturated) {
         mCounters.Refused(REFUSED_SATURATED);
     } else {
@@ -97,6 +119,52 @@ void MediaBDCountWriter::ResetLogMem() {
     mAppCounters.clear();
     mPidCounters.clear();
     mLogMemSize = 0;
+    StateChanged();
+}
+
+void MediaBDCountWriter::EncodeState(StateWriter* out) {
+    auto encode = [out](bool named, const String8& name, int pid, const TypeCounters& counters) {
+        for (size_t i = 0; i < counters.size(); ++i) {
+            StateWriter op;
+            op.PutU8(OP_COUNTERS);
+            EncodeKey(named, name, pid, counters.keyAt(i), &op);
+            op.Put32(static_cast<int32_t>(counters.valueAt(i)));
+            out->PutItem(op.Bytes());
+        }
+    };
+    for (size_t i = 0; i < mAppCounters.size(); ++i) {
+        encode(true, mAppCounters.keyAt(i), 0, mAppCounters.valueAt(i));
+    }
+    for (size_t i = 0; i < mPidCounters.size(); ++i) {
+        encode(false, String8(), mPidCounters.keyAt(i), mPidCounters.valueAt(i));
+    }
+}
+
+bool MediaBDCountWriter::ApplyOperation(uint8_t kind, StateReader& op) {
+    if (kind != OP_COUNT && kind != OP_COUNTERS) {
+        return false;
+    }
+    const bool named = op.GetU8() != 0;
+    const String8 appName = op.GetText();
+    const int pid = op.Get32();
+    const int type = op.Get32();
+    const unsigned int value = kind == OP_COUNTERS ? static_cast<uint32_t>(op.Get32()) : 1;
+    if (op.Failed() || value == 0 || value > kCounterCeiling) {
+        return false;
+    }
+    Mutex::Autolock lock(mLock);
+    if (kind == OP_COUNT) {
+        Count(named, appName, pid, type);
+        return true;
+    }
+    // The first message makes the pair and charges it; the rest is its count.
+    named ? UpdateAndCheckBigDataCounter(appName, type) : UpdateAndCheckTypeCounter(pid, type);
+    if (named) {
+        mAppCounters.editValueFor(appName).editValueFor(type) = value;
+    } else {
+        mPidCounters.editValueFor(pid).editValueFor(type) = value;
+    }
+    return true;
 }
 
 void MediaBDCountWriter::GetMemInfos(int* cur, int* max) {

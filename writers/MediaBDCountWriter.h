@@ -40,11 +40,20 @@ protected:
     size_t HeldRecords() override REQUIRES(mLock) {
         return mAppCounters.size() + mPidCounters.size();
     }
+    void EncodeState(StateWriter* out) override REQUIRES(mLock);
+    bool ApplyOperation(uint8_t kind, StateReader& op) override;
 
     // Each (key, type) pair charges 4 to mLogMemSize, so 128 pairs fill it.
     KeyedVector<String8, TypeCounters> mAppCounters GUARDED_BY(mLock);
     // Applications whose name could not be read, by pid.
     KeyedVector<int, TypeCounters> mPidCounters GUARDED_BY(mLock);
+
+private:
+    // Counts one message under its application, or its pid when unnamed,
+    // unless memory is full; consults the policy unless saturated.
+    void Count(bool named, const String8& appName, int pid, int type) REQUIRES(mLock);
+    static void EncodeKey(bool named, const String8& appName, int pid, int type,
+                          StateWriter* op);
 };
 
 }  // namespace android

@@ -74,6 +74,7 @@ void MediaBDFileWriter::WriteToFile() {
     if (stat(mPath, &st) == 0) {
         const ssize_t written = WriteText(mFd, FormatRecords(false));
         mCounters.WroteFile(written > 0 ? static_cast<uint64_t>(written) : 0);
+        StateChanged();
     } else if (mLogMemSize != 0) {
         mCounters.Refused(REFUSED_FILE_MISSING);
     }
@@ -113,6 +114,11 @@ WriterStats MediaBDFileWriter::GetStats() {
 }
 
 const char* MediaBDFileWriter::GetFilePath() { return mPath; }
+
+int64_t MediaBDFileWriter::RecordFileSize() {
+    struct stat st;
+    return stat(mPath, &st) == 0 ? static_cast<int64_t>(st.st_size) : -1;
+}
 
 void MediaBDFileWriter::GetMemInfos(int* cur, int* max) {
     ReportMemInfos(LOG_TAG, mMemInfosWhere.string(), cur, max, MAX_LOG_MEM_SIZE);

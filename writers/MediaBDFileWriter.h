@@ -55,6 +55,7 @@ protected:
     // dump's heading and layout.
     virtual String8 FormatRecords(bool forDump) REQUIRES(mLock) = 0;
     virtual size_t HeldRecords() REQUIRES(mLock) = 0;
+    int64_t RecordFileSize() override REQUIRES(mLock);
 
     // -1 while the file cannot be opened.
     int mFd GUARDED_BY(mLock);

@@ -11,6 +11,7 @@ namespace android {
 namespace {
 
 constexpr size_t kRecordCharge = 8;
+constexpr uint8_t OP_RECORD = 1;  // one message as it was recorded
 
 }  // namespace
 
@@ -29,8 +30,49 @@ int MediaBDFlowWriter::GetBDFlowFd() {
 
 void MediaBDFlowWriter::WriteBigDataMsg(int pid, int type, String8 msg) {
     Mutex::Autolock lock(mLock);
+    const BigData record{pid, type, 0, GetFormattedCurrentTime(), GetAppNameByPid(pid), msg};
+    StateWriter op;
+    EncodeRecord(record, &op);
+    Journal(op);
+    AddRecord(record);
+}
+
+void MediaBDFlowWriter::EncodeRecord(const BigData& record, StateWriter* op) {
+    op->PutU8(OP_RECORD);
+    op->Put32(record.pid);
+    op->Put32(record.type);
+    op->PutText(record.time);
+    op->PutText(record.appName);
+    op->PutText(record.msg);
+}
+
+void MediaBDFlowWriter::EncodeState(StateWriter* out) {
+    for (size_t i = 0; i < mBigDatas.size(); ++i) {
+        StateWriter op;
+        EncodeRecord(mBigDatas[i], &op);
+        out->PutItem(op.Bytes());
+    }
+}
+
+bool MediaBDFlowWriter::ApplyOperation(uint8_t kind, StateReader& op) {
+    if (kind != OP_RECORD) {
+        return false;
+    }
+    BigData record{};
+    record.pid = op.Get32();
+    record.type = op.Get32();
+    record.time = op.GetText();
+    record.appName = op.GetText();
+    record.msg = op.GetText();
+    if (!op.Failed()) {
+        Mutex::Autolock lock(mLock);
+        AddRecord(record);
+    }
+    return true;
+}
+
+void MediaBDFlowWriter::AddRecord(const BigData& record) {
     if (mLogMemSize < MAX_LOG_MEM_SIZE) {
-        BigData record{pid, type, 0, GetFormattedCurrentTime(), GetAppNameByPid(pid), msg};
         mLogMemSize +=
                 record.msg.length() + record.appName.length() + record.time.length() + kRecordCharge;
         mBigDatas.push_back(record);
@@ -47,6 +89,7 @@ void MediaBDFlowWriter::ResetLogMem() {
     }
     mBigDatas.clear();
     mLogMemSize = 0;
+    StateChanged();
 }
 
 String8 MediaBDFlowWriter::FormatRecords(bool forDump) {

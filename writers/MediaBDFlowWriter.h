@@ -29,9 +29,16 @@ public:
 protected:
     String8 FormatRecords(bool forDump) override REQUIRES(mLock);
     size_t HeldRecords() override REQUIRES(mLock) { return mBigDatas.size(); }
+    void EncodeState(StateWriter* out) override REQUIRES(mLock);
+    bool ApplyOperation(uint8_t kind, StateReader& op) override;
 
     // Each message charges the lengths of its three texts plus 8.
     Vector<MediaLogBase::BigData> mBigDatas GUARDED_BY(mLock);
+
+private:
+    // Keeps record unless memory is full, then consults the policy.
+    void AddRecord(const BigData& record) REQUIRES(mLock);
+    static void EncodeRecord(const BigData& record, StateWriter* op);
 };
 
 }  // namespace android

@@ -152,10 +152,12 @@ void MediaBigDataWriter::UpdateBigDataKeyValuesTypeStr(DefaultKeyedVector<String
 }
 
 void MediaBigDataWriter::UpdateBigDatas(int eventId, String8 key, int delta) {
+    JournalUpdate(OP_COUNT, eventId, key, String8(), delta);
     UpdateBigData(EntryFor(mBigDataCounts, eventId), key, delta);
 }
 
 void MediaBigDataWriter::UpdateBigDataStringValues(int eventId, String8 key, String8 value) {
+    JournalUpdate(OP_TEXT, eventId, key, value, 0);
     UpdateBigDataString(EntryFor(mBigDataStrings, eventId), key, value);
 }
 
@@ -165,6 +167,7 @@ void MediaBigDataWriter::UpdateBigDataKeyValuesnfos(int eventId, String8 key, St
     if (strValue.isEmpty() && intValue == -1) {
         return;
     }
+    JournalUpdate(OP_KEY_VALUE, eventId, key, strValue, intValue);
     BigDataKeyValuesVector& record = EntryFor(mBigDataKeyValues, eventId);
     if (!strValue.isEmpty()) {
         UpdateBigDataKeyValuesTypeStr(record.strValues, key, strValue);
@@ -193,11 +196,13 @@ void MediaBigDataWriter::GetLastTime(long* lastTime, long* period) {
 
 bool MediaBigDataWriter::DoSendMediaLog() {
     const nsecs_t start = systemTime(SYSTEM_TIME_MONOTONIC);
+    BeginUpload();
     mCounters.Sent(Upload(mBigDataCounts, "bigdata", true));
     mCounters.Sent(Upload(mBigDataStrings, "bigDataStr", false));
     DoSendMediaLogNew();
     AdvanceLastSendTime();
     ResetLogMem();
+    EndUpload();
     mCounters.Uploaded(start);
     return true;
 }
@@ -215,6 +220,86 @@ void MediaBigDataWriter::ResetLogMem() {
     mBigDataCounts.clear();
     mStoreBytes = 0;
     mLogMemSize = 0;
+    StateChanged();
+}
+
+// The journal and the snapshot hold the store's primitive updates, which every
+// recorder goes through: replayed, they rebuild the tables exactly.
+void MediaBigDataWriter::JournalUpdate(uint8_t kind, int eventId, const String8& key,
+                                       const String8& text, int number) {
+    StateWriter op;
+    EncodeUpdate(kind, eventId, key, text, number, &op);
+    Journal(op);
+}
+
+void MediaBigDataWriter::EncodeUpdate(uint8_t kind, int eventId, const String8& key,
+                                      const String8& text, int number, StateWriter* op) {
+    op->PutU8(kind);
+    op->Put32(eventId);
+    op->PutText(key);
+    op->PutText(text);
+    op->Put32(number);
+}
+
+void MediaBigDataWriter::EncodeState(StateWriter* out) {
+    auto put = [out](uint8_t kind, int eventId, const String8& key, const String8& text,
+                     int number) {
+        StateWriter op;
+        EncodeUpdate(kind, eventId, key, text, number, &op);
+        out->PutItem(op.Bytes());
+    };
+    for (size_t i = 0; i < mBigDataCounts.size(); ++i) {
+        const DefaultKeyedVector<String8, int>& counts = mBigDataCounts.valueAt(i);
+        for (size_t j = 0; j < counts.size(); ++j) {
+            put(OP_COUNT, mBigDataCounts.keyAt(i), counts.keyAt(j), String8(), counts.valueAt(j));
+        }
+    }
+    for (size_t i = 0; i < mBigDataStrings.size(); ++i) {
+        const DefaultKeyedVector<String8, String8>& texts = mBigDataStrings.valueAt(i);
+        for (size_t j = 0; j < texts.size(); ++j) {
+            put(OP_TEXT, mBigDataStrings.keyAt(i), texts.keyAt(j), texts.valueAt(j), 0);
+        }
+    }
+    for (size_t i = 0; i < mBigDataKeyValues.size(); ++i) {
+        const BigDataKeyValuesVector& record = mBigDataKeyValues.valueAt(i);
+        const int eventId = mBigDataKeyValues.keyAt(i);
+        for (size_t j = 0; j < record.strValues.size(); ++j) {
+            put(OP_KEY_VALUE, eventId, record.strValues.keyAt(j), record.strValues.valueAt(j), -1);
+        }
+        for (size_t j = 0; j < record.intValues.size(); ++j) {
+            put(OP_KEY_VALUE, eventId, record.intValues.keyAt(j), String8(),
+                record.intValues.valueAt(j));
+        }
+    }
+}
+
+bool MediaBigDataWriter::ApplyOperation(uint8_t kind, StateReader& op) {
+    const int eventId = op.Get32();
+    const String8 key = op.GetText();
+    const String8 text = op.GetText();
+    const int number = op.Get32();
+    if (op.Failed()) {
+        return false;
+    }
+    Mutex::Autolock lock(mBigDataLock);
+    // Within the byte limit, as a recorder would have kept it.
+    if (mStoreBytes + key.length() + text.length() + 2 * BIGDATA_ENTRY_BYTES > MAX_BIGDATA_BYTES) {
+        mCounters.Refused(REFUSED_BYTE_LIMIT);
+        return true;
+    }
+    switch (kind) {
+        case OP_COUNT:
+            UpdateBigDatas(eventId, key, number);
+            return true;
+        case OP_TEXT:
+            UpdateBigDataStringValues(eventId, key, text);
+            return true;
+        case OP_KEY_VALUE:
+            UpdateBigDataKeyValuesnfos(eventId, key, text, number);
+            return true;
+        default:
+            return false;
+    }
 }
 
 void MediaBigDataWriter::SendMediaLog() {

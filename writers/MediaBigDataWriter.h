@@ -124,6 +124,10 @@ public:
     struct Route;
 
 protected:
+    Mutex& WriterLock() override RETURN_CAPABILITY(mBigDataLock) { return mBigDataLock; }
+    void EncodeState(StateWriter* out) override REQUIRES(mBigDataLock);
+    bool ApplyOperation(uint8_t kind, StateReader& op) override;
+
     // Guarded by mBigDataLock.
     DefaultKeyedVector<int, DefaultKeyedVector<String8, int>> mBigDataCounts
             GUARDED_BY(mBigDataLock);
@@ -140,6 +144,13 @@ protected:
     Mutex mBigDataLock;
 
 private:
+    // Operation kinds of the journal and the snapshot: the three primitives.
+    enum : uint8_t { OP_COUNT = 1, OP_TEXT = 2, OP_KEY_VALUE = 3 };
+    void JournalUpdate(uint8_t kind, int eventId, const String8& key, const String8& text,
+                       int number) REQUIRES(mBigDataLock);
+    static void EncodeUpdate(uint8_t kind, int eventId, const String8& key, const String8& text,
+                             int number, StateWriter* op);
+
     // Thread-safe on their own: the lines that a client can provoke per call.
     LogRateLimiter mStoreFullLog;
     LogRateLimiter mUnknownTypeLog;

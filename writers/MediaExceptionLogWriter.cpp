@@ -16,6 +16,13 @@ constexpr int kUrgentPrior = 4;
 constexpr int kFirstReadType = 0;
 constexpr int kLastReadType = 15;
 
+// Kinds of the operations that journal and snapshot hold.
+enum : uint8_t {
+    OP_WRITE = 1,     // WriteLogMsg(prior, type, msg)
+    OP_RESTORE = 2,   // the text held for a type
+    OP_PRIOR = 3,     // the last priority offered
+};
+
 }  // namespace
 
 MediaExceptionLogWriter::MediaExceptionLogWriter(const sp<MediaMonitorPolicy>& policy)
@@ -29,6 +36,12 @@ MediaExceptionLogWriter::~MediaExceptionLogWriter() { MediaExceptionLogWriter::R
 
 void MediaExceptionLogWriter::WriteLogMsg(int prior, int type, String8 msg) {
     Mutex::Autolock lock(mLock);
+    StateWriter op;
+    op.PutU8(OP_WRITE);
+    op.Put32(prior);
+    op.Put32(type);
+    op.PutText(msg);
+    Journal(op);
     if (prior == kUrgentPrior || mLogMemSize < MAX_LOG_MEM_SIZE) {
         const ssize_t index = mLogMsgs.indexOfKey(type);
         if (index < 0) {
@@ -118,6 +131,45 @@ void MediaExceptionLogWriter::ResetLogMem() {
     mLogMsgs.clear();
     mLogMemSize = 0;
     mLogBody = String8();
+    StateChanged();
+}
+
+void MediaExceptionLogWriter::EncodeState(StateWriter* out) {
+    for (size_t i = 0; i < mLogMsgs.size(); ++i) {
+        StateWriter op;
+        op.PutU8(OP_RESTORE);
+        op.Put32(mLogMsgs.keyAt(i));
+        op.PutText(mLogMsgs.valueAt(i));
+        out->PutItem(op.Bytes());
+    }
+    StateWriter prior;
+    prior.PutU8(OP_PRIOR);
+    prior.Put32(mPrior);
+    out->PutItem(prior.Bytes());
+}
+
+bool MediaExceptionLogWriter::ApplyOperation(uint8_t kind, StateReader& op) {
+    if (kind == OP_WRITE) {
+        const int prior = op.Get32();
+        const int type = op.Get32();
+        const String8 msg = op.GetText();
+        if (!op.Failed()) {
+            WriteLogMsg(prior, type, msg);
+        }
+        return true;
+    }
+    Mutex::Autolock lock(mLock);
+    if (kind == OP_RESTORE) {
+        const int type = op.Get32();
+        const String8 text = op.GetText();
+        mLogMsgs.add(type, text);
+        return true;
+    }
+    if (kind == OP_PRIOR) {
+        mPrior = op.Get32();
+        return true;
+    }
+    return false;
 }
 
 String8 MediaExceptionLogWriter::DumpText() {

@@ -48,6 +48,9 @@ public:
     void GetLogPrior(int* prior) override REQUIRES(mLock);
 
 protected:
+    void EncodeState(StateWriter* out) override REQUIRES(mLock);
+    bool ApplyOperation(uint8_t kind, StateReader& op) override;
+
     // Priority of the last message offered, kept or not.
     int32_t mPrior GUARDED_BY(mLock) = -1;
     // Cap of mLogMemSize, the total length of the stored texts.

@@ -19,6 +19,39 @@ constexpr size_t kRecordCharge = 12;
 constexpr size_t kTextCharge = 3;
 constexpr size_t kLongFormCharge = 8;
 
+enum : uint8_t {
+    OP_SHORT = 1,   // the short form's arguments
+    OP_LONG = 2,    // the long form's arguments
+    OP_RECORD = 3,  // a record as held
+    OP_PRIOR = 4,   // the level of the last report kept
+};
+
+void PutTable(const DefaultKeyedVector<String8, int>& table, StateWriter* op) {
+    op->Put32(static_cast<int32_t>(table.size()));
+    for (size_t i = 0; i < table.size(); ++i) {
+        op->PutText(table.keyAt(i));
+        op->Put32(table.valueAt(i));
+    }
+}
+
+void GetTable(StateReader& op, DefaultKeyedVector<String8, int>* table) {
+    const int32_t size = op.Get32();
+    for (int32_t i = 0; i < size && !op.Failed(); ++i) {
+        const String8 key = op.GetText();
+        table->add(key, op.Get32());
+    }
+}
+
+void PutShortForm(uint8_t kind, int eventId, int eventLevel, int subType, const String8& reason,
+                  const String8& callingApp, StateWriter* op) {
+    op->PutU8(kind);
+    op->Put32(eventId);
+    op->Put32(eventLevel);
+    op->Put32(subType);
+    op->PutText(reason);
+    op->PutText(callingApp);
+}
+
 constexpr char kNewRecordLine[] =
     "new eventId(%d), eventLevel(%d), subType(%d), reason(%s),        callingapp (%s), "
     "count(%d), paraInt(%d), paraChar(%s), associatedEventId(%d)";
@@ -45,6 +78,9 @@ void MediaExceptionWriter::WriteException(int pid, int eventId, int eventLevel, 
               "reason(%s)",
               pid, eventId, eventLevel, subType, reason.string());
     }
+    StateWriter op;
+    PutShortForm(OP_SHORT, eventId, eventLevel, subType, reason, callingApp, &op);
+    Journal(op);
     MediaException* record = AddReport(eventId, eventLevel, subType, reason, callingApp, false);
     if (record != nullptr) {
         FinishReport(*record, 0);
@@ -61,6 +97,12 @@ void MediaExceptionWriter::WriteException(int pid, int eventId, int eventLevel, 
               pid, eventId, eventLevel, subType, reason.string(), paraInt, paraChar.string(),
               associatedEventId);
     }
+    StateWriter op;
+    PutShortForm(OP_LONG, eventId, eventLevel, subType, reason, callingApp, &op);
+    op.Put32(paraInt);
+    op.PutText(paraChar);
+    op.Put32(associatedEventId);
+    Journal(op);
     MediaException* record = AddReport(eventId, eventLevel, subType, reason, callingApp, true);
     if (record == nullptr) {
         return;
@@ -173,6 +215,7 @@ String8 MediaExceptionWriter::GetUploadString(const DefaultKeyedVector<String8, 
 
 bool MediaExceptionWriter::DoSendMediaLog() {
     const nsecs_t start = systemTime(SYSTEM_TIME_MONOTONIC);
+    BeginUpload();
     for (size_t i = 0; i < mExceptions.size(); ++i) {
         const MediaException& record = mExceptions[i];
         if (mDebuggable) {
@@ -198,7 +241,75 @@ bool MediaExceptionWriter::DoSendMediaLog() {
     }
     AdvanceLastSendTime();
     ResetLogMem();
+    EndUpload();
     mCounters.Uploaded(start);
+    return true;
+}
+
+void MediaExceptionWriter::EncodeState(StateWriter* out) {
+    for (size_t i = 0; i < mExceptions.size(); ++i) {
+        const MediaException& record = mExceptions[i];
+        StateWriter op;
+        op.PutU8(OP_RECORD);
+        op.Put32(record.eventId);
+        op.PutU8(record.simple ? 1 : 0);
+        op.Put32(record.eventLevel);
+        op.Put32(record.subType);
+        PutTable(record.reason, &op);
+        PutTable(record.callingApp, &op);
+        op.Put32(record.count);
+        op.Put32(record.paraInt);
+        PutTable(record.paraChar, &op);
+        op.Put32(record.associatedEventId);
+        out->PutItem(op.Bytes());
+    }
+    StateWriter prior;
+    prior.PutU8(OP_PRIOR);
+    prior.Put32(mPrior);
+    out->PutItem(prior.Bytes());
+}
+
+bool MediaExceptionWriter::ApplyOperation(uint8_t kind, StateReader& op) {
+    if (kind == OP_SHORT || kind == OP_LONG) {
+        const int eventId = op.Get32();
+        const int eventLevel = op.Get32();
+        const int subType = op.Get32();
+        const String8 reason = op.GetText();
+        const String8 callingApp = op.GetText();
+        if (kind == OP_SHORT && !op.Failed()) {
+            WriteException(-1, eventId, eventLevel, subType, reason, callingApp);
+        }
+        const int paraInt = op.Get32();
+        const String8 paraChar = op.GetText();
+        const int associatedEventId = op.Get32();
+        if (kind == OP_LONG && !op.Failed()) {
+            WriteException(-1, eventId, eventLevel, subType, reason, callingApp, paraInt,
+                           paraChar, associatedEventId);
+        }
+        return true;
+    }
+    Mutex::Autolock lock(mLock);
+    if (kind == OP_PRIOR) {
+        mPrior = op.Get32();
+        return true;
+    }
+    if (kind != OP_RECORD) {
+        return false;
+    }
+    MediaException record;
+    record.eventId = op.Get32();
+    record.simple = op.GetU8() != 0;
+    record.eventLevel = op.Get32();
+    record.subType = op.Get32();
+    GetTable(op, &record.reason);
+    GetTable(op, &record.callingApp);
+    record.count = op.Get32();
+    record.paraInt = op.Get32();
+    GetTable(op, &record.paraChar);
+    record.associatedEventId = op.Get32();
+    if (!op.Failed()) {
+        mExceptions.add(record);
+    }
     return true;
 }
 
@@ -218,6 +329,7 @@ void MediaExceptionWriter::ResetLogMem() {
     }
     mExceptions.clear();
     mLogMemSize = 0;
+    StateChanged();
 }
 
 String8 MediaExceptionWriter::DumpText() {

@@ -73,6 +73,9 @@ public:
     void GetLogPrior(int* prior) override REQUIRES(mLock);
 
 protected:
+    void EncodeState(StateWriter* out) override REQUIRES(mLock);
+    bool ApplyOperation(uint8_t kind, StateReader& op) override;
+
     // Cap of mLogMemSize, which charges 12 per record, 3 plus the length per
     // distinct text and 8 per long-form report.
     static constexpr size_t MAX_EXCEPTION_LOG_SIZE = 10240;

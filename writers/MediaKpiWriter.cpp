@@ -162,6 +162,7 @@ void MediaKpiWriter::ResetLogMem() {
         ALOGD("ResetLogMem");
     }
     mLogMemSize = 0;
+    StateChanged();
 }
 
 WriterStats MediaKpiWriter::GetStats() {

@@ -19,6 +19,7 @@
 #include <log/log.h>
 
 #include "writers/MediaMonitorPolicy.h"
+#include "writers/OwnFile.h"
 
 namespace android {
 
@@ -221,45 +222,218 @@ WriterStats MediaLogBase::StatsHolding(size_t records, size_t cap, size_t bytes,
     stats.bytes = bytes;
     stats.byteLimit = byteLimit;
     mCounters.CopyTo(&stats);
-    stats.logSuppressed = mRecordPathLog.Suppressed();
+    stats.logSuppressed = mRecordPathLog.Suppressed() + mClockLog.Suppressed();
+    if (mStore != nullptr) {
+        const StoreCounters& store = mStore->Counters();
+        stats.journalBytes = store.journalBytes.Get();
+        stats.snapshots = store.snapshots.Get();
+        stats.damagedDropped += store.damaged.Get();
+        stats.persistFailures = store.writeFailures.Get();
+        stats.logSuppressed += mStore->LogSuppressed();
+    }
     return stats;
 }
 
 int MediaLogBase::OpenRecordPath(const char* path, int flags, mode_t mode) {
-    // Non-blocking, so that a FIFO planted at the path cannot hold the open;
-    // truncated only once known to be ours, so that a second name of another
-    // file cannot have it emptied.
-    for (bool retried = false;; retried = true) {
-        const int fd = open(path, (flags & ~O_TRUNC) | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, mode);
-        if (fd >= 0) {
-            struct stat st;
-            if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_nlink == 1) {
-                if ((flags & O_TRUNC) != 0 && ftruncate(fd, 0) != 0) {
-                    ALOGW("cannot empty record file %s, err: %d", path, errno);
-                }
-                return fd;
-            }
-            close(fd);
-        } else if (errno != ELOOP && errno != ENXIO && errno != EISDIR) {
-            return -1;  // a missing folder, say: nothing was planted
-        }
-        if (retried || unlink(path) != 0) {
-            mCounters.SkippedPath();
-            ALOG_LIMITED(mRecordPathLog, ANDROID_LOG_ERROR,
-                         "record file %s is not a file of ours and cannot be replaced: skipped",
-                         path);
-            return -1;
-        }
+    const OwnFile file = OpenOwnFile(path, flags, mode);
+    if (file.replaced) {
         mCounters.ReplacedPath();
         ALOG_LIMITED(mRecordPathLog, ANDROID_LOG_WARN,
                      "record file %s was not a file of ours: replaced", path);
     }
+    if (file.skipped) {
+        mCounters.SkippedPath();
+        ALOG_LIMITED(mRecordPathLog, ANDROID_LOG_ERROR,
+                     "record file %s is not a file of ours and cannot be replaced: skipped",
+                     path);
+    }
+    return file.fd;
 }
 
 void MediaLogBase::AdvanceLastSendTime() {
     if (__builtin_add_overflow(mLastSendTime, globalMediaLogCycleDuration, &mLastSendTime)) {
         mLastSendTime = std::numeric_limits<nsecs_t>::max();
     }
+}
+
+namespace {
+
+constexpr uint8_t kUploadBegun = 0;  // operation kind of the journal's upload marker
+constexpr int64_t kNoTime = -1;
+
+nsecs_t WallNow() { return systemTime(SYSTEM_TIME_REALTIME); }
+nsecs_t MonotonicNow() { return systemTime(SYSTEM_TIME_MONOTONIC); }
+
+}  // namespace
+
+void MediaLogBase::Recover(const WriterStore::Contents& contents) {
+    {
+        Mutex::Autolock lock(WriterLock());
+        // What the files hold stays the writer's state unless the replay
+        // changes it otherwise (an upload, a flush) or drops part of it.
+        mRecoveryDiffers = !contents.hasSnapshot;
+    }
+    int64_t fileSizeThen = kNoTime;
+    uint64_t records = 0;
+    if (contents.hasSnapshot) {
+        StateReader payload(contents.snapshot);
+        const int64_t wallNs = payload.Get64();
+        fileSizeThen = payload.Get64();
+        const int64_t charge = payload.Get64();
+        StateReader op(nullptr, 0);
+        while (payload.GetItem(&op)) {
+            const uint8_t kind = op.GetU8();
+            if (ApplyOperation(kind, op) && !op.Failed()) {
+                ++records;
+            } else {
+                mCounters.DroppedDamaged();
+                DiffersFromFiles();
+            }
+        }
+        // The charge of some writers depends on the order things arrived in,
+        // which the records do not keep.
+        Mutex::Autolock lock(WriterLock());
+        RestoreLastSendTime(wallNs);
+        mLogMemSize = static_cast<size_t>(charge);
+    }
+    mCounters.Recovered(records, 0);
+    ReplayJournal(contents, fileSizeThen);
+}
+
+void MediaLogBase::ReplayJournal(const WriterStore::Contents& contents, int64_t fileSizeThen) {
+    int64_t fileSizeNow;
+    {
+        Mutex::Autolock lock(WriterLock());
+        fileSizeNow = RecordFileSize();
+    }
+    if (fileSizeNow != fileSizeThen && !contents.operations.empty()) {
+        // The records were flushed to the record file (or uploaded from it)
+        // after the snapshot, which the death kept from being replaced.
+        ALOGW("writer %d: record file changed since its snapshot; %zu journalled events are in it",
+              mWriterType, contents.operations.size());
+        DiffersFromFiles();
+        return;
+    }
+    uint64_t events = 0;
+    for (const std::string& bytes : contents.operations) {
+        StateReader op(bytes);
+        const uint8_t kind = op.GetU8();
+        if (kind == kUploadBegun) {
+            mCounters.UploadInDoubt();
+            ALOGW("writer %d: an upload began and was not recorded as done; what it held is "
+                  "kept and may be uploaded twice", mWriterType);
+        } else if (ApplyOperation(kind, op) && !op.Failed()) {
+            ++events;
+        } else {
+            mCounters.DroppedDamaged();
+            DiffersFromFiles();
+        }
+    }
+    mCounters.Recovered(0, events);
+}
+
+void MediaLogBase::DiffersFromFiles() {
+    Mutex::Autolock lock(WriterLock());
+    mRecoveryDiffers = true;
+}
+
+void MediaLogBase::RestoreLastSendTime(int64_t wallNs) {
+    if (wallNs == kNoTime) {
+        mLastSendTime = kNoTime;
+        return;
+    }
+    const nsecs_t elapsed = WallNow() - wallNs;
+    const nsecs_t now = MonotonicNow();
+    if (elapsed < 0 || elapsed / 2 > globalMediaLogCycleDuration) {
+        ALOG_LIMITED(mClockLog, ANDROID_LOG_WARN,
+                     "writer %d: wall clock moved by %lld s since the last upload: due now",
+                     mWriterType, static_cast<long long>(elapsed / 1000000000LL));
+        mLastSendTime = now - globalMediaLogCycleDuration;
+    } else {
+        mLastSendTime = now - elapsed;
+    }
+    if (mLastSendTime == kNoTime) {
+        mLastSendTime = kNoTime - 1;  // -1 would mean "never due"
+    }
+}
+
+std::string MediaLogBase::EncodePayload() {
+    StateWriter out;
+    const bool timed = mLastSendTime != kNoTime;
+    out.Put64(timed ? WallNow() - (MonotonicNow() - mLastSendTime) : kNoTime);
+    out.Put64(RecordFileSize());
+    out.Put64(static_cast<int64_t>(mLogMemSize));
+    EncodeState(&out);
+    return std::move(out.Bytes());
+}
+
+void MediaLogBase::AttachStore(WriterStore* store) {
+    Mutex::Autolock lock(WriterLock());
+    mStore = store;
+    // A clean load goes on in the same generation: no snapshot to write.
+    mSnapshotDue = mRecoveryDiffers;
+}
+
+MediaLogBase::PersistWork MediaLogBase::TakePersistWork() {
+    PersistWork work;
+    Mutex::Autolock lock(WriterLock());
+    if (mSnapshotDue) {
+        work.snapshot = true;
+        work.bytes = EncodePayload();
+    } else {
+        work.bytes.swap(mPendingOps);
+    }
+    mSnapshotDue = false;
+    mPendingOps.clear();
+    return work;
+}
+
+void MediaLogBase::RequestSnapshot() {
+    Mutex::Autolock lock(WriterLock());
+    mSnapshotDue = mStore != nullptr;
+}
+
+void MediaLogBase::Journal(const StateWriter& op) {
+    if (mStore == nullptr || mSnapshotDue) {
+        return;  // a snapshot will hold it
+    }
+    // A flood between two batches is bounded like a journal: it is folded
+    // into the snapshot instead.
+    if (mPendingOps.size() + op.Bytes().size() > WriterStore::MAX_JOURNAL_BYTES / 2) {
+        StateChanged();
+        return;
+    }
+    AppendItem(&mPendingOps, op.Bytes());
+}
+
+void MediaLogBase::StateChanged() {
+    mRecoveryDiffers = true;
+    if (mStore != nullptr) {
+        mSnapshotDue = true;
+        mPendingOps.clear();
+    }
+}
+
+void MediaLogBase::BeginUpload() {
+    if (mStore == nullptr) {
+        return;
+    }
+    StateWriter marker;
+    marker.PutU8(kUploadBegun);
+    std::string records = mSnapshotDue ? std::string() : std::move(mPendingOps);
+    StateWriter framed;
+    framed.PutItem(marker.Bytes());
+    records.append(framed.Bytes());
+    mPendingOps.clear();
+    mStore->Append(records);
+}
+
+void MediaLogBase::EndUpload() {
+    if (mStore == nullptr) {
+        return;
+    }
+    mPendingOps.clear();
+    mSnapshotDue = !mStore->WriteSnapshot(EncodePayload());
 }
 
 void MediaLogBase::TriggerLogStrategy() {

@@ -23,6 +23,7 @@
 #include <utils/Timers.h>
 
 #include "writers/WriterStats.h"
+#include "writers/WriterStore.h"
 #include "common/LogRateLimiter.h"
 
 namespace android {
@@ -92,6 +93,23 @@ public:
     // Reads ro.media.debuggable and ro.media.uploadduration.
     void GetDefault();
 
+    // Durable state, when the service keeps it. Recover replays what a store
+    // held (the snapshot's records, then the journal's operations through the
+    // writer's own methods) on the starting thread, before AttachStore; from
+    // then on the writer journals what it takes in and the worker writes it
+    // out with TakePersistWork at the end of each batch. store outlives the
+    // writer's use of it and is only written on the worker (or the shutdown).
+    void Recover(const WriterStore::Contents& contents);
+    void AttachStore(WriterStore* store);
+    struct PersistWork {
+        bool snapshot = false;  // bytes is a snapshot's payload, else operations
+        std::string bytes;
+    };
+    // Takes the writer's lock. Empty when nothing changed.
+    PersistWork TakePersistWork();
+    // The next TakePersistWork writes a snapshot.
+    void RequestSnapshot();
+
     // Validation only: UNKNOWN_ERROR when a checked text is null, else 0.
     // The text they compose is never kept or sent.
     status_t WriteLogExceptionMsg(const char* a, int b, const char* c, const char* d);
@@ -127,6 +145,28 @@ protected:
     // name of another file) is removed and the open tried once more; what
     // cannot be removed (a folder) leaves the file skipped. -1 when skipped.
     int OpenRecordPath(const char* path, int flags, mode_t mode);
+    // The lock that guards the writer's records (mLock unless it has its own).
+    virtual Mutex& WriterLock() { return mLock; }
+    // The writer's records as operations that ApplyOperation can replay, with
+    // the writer's lock held.
+    virtual void EncodeState(StateWriter* /*out*/) {}
+    // Replays one operation of kind (1 and up) through the writer's own
+    // methods, taking the writer's lock as they do; false when not understood.
+    virtual bool ApplyOperation(uint8_t /*kind*/, StateReader& /*op*/) { return false; }
+    // Size of the record file now, -1 for a writer without one; lock held.
+    virtual int64_t RecordFileSize() { return -1; }
+    // With the writer's lock held: journal one operation (kind first).
+    void Journal(const StateWriter& op);
+    // With the writer's lock held: the records changed otherwise than by a
+    // journalled operation (a flush, a reset), so the next batch snapshots.
+    void StateChanged();
+    // With the writer's lock held, on the worker, around an upload of records
+    // to the reporting library: the journal marks the upload begun, and the
+    // state after it is snapshotted at once, so that a death in between is
+    // known at start-up as an upload in doubt.
+    void BeginUpload();
+    void EndUpload();
+
     // Moves mLastSendTime on by one cycle, so that uploads stay on the cycle's
     // grid rather than drifting to "now". A cycle may be up to 2^31 seconds:
     // past the clock's range the writer is simply never due.
@@ -169,6 +209,21 @@ private:
 
     // Thread-safe on its own: record paths replaced or skipped.
     LogRateLimiter mRecordPathLog;
+
+    // The snapshot's payload: the upload grid's anchor, the record file's
+    // size, then the records.
+    std::string EncodePayload();
+    void RestoreLastSendTime(int64_t wallNs);
+    void ReplayJournal(const WriterStore::Contents& contents, int64_t fileSizeThen);
+    void DiffersFromFiles();
+
+    // Set before the writer is shared; the worker alone writes it.
+    WriterStore* mStore = nullptr;
+    // Guarded by WriterLock(): operations since the last batch, framed.
+    std::string mPendingOps;
+    bool mSnapshotDue = false;
+    bool mRecoveryDiffers = true;  // the records are not what the files hold
+    LogRateLimiter mClockLog;
 };
 
 }  // namespace android

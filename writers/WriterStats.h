@@ -45,6 +45,14 @@ struct WriterStats {
     uint64_t pathsReplaced = 0;  // something not ours at the record path, removed
     uint64_t pathsSkipped = 0;   // ... that could not be removed
     uint64_t logSuppressed = 0;  // rate-limited lines held back, since start
+    // Durable state, since start.
+    uint64_t recoveredRecords = 0;  // from the snapshot
+    uint64_t recoveredEvents = 0;   // replayed from the journal
+    uint64_t journalBytes = 0;      // in the journal now
+    uint64_t snapshots = 0;
+    uint64_t damagedDropped = 0;    // short or damaged records, files moved aside
+    uint64_t uploadsInDoubt = 0;    // a start-up found an upload begun, not ended
+    uint64_t persistFailures = 0;   // writes, syncs or renames that failed
 };
 
 class WriterCounters {
@@ -62,6 +70,12 @@ public:
     void TruncatedFile() { mFileTruncations.Add(); }
     void ReplacedPath() { mPathsReplaced.Add(); }
     void SkippedPath() { mPathsSkipped.Add(); }
+    void Recovered(uint64_t records, uint64_t events) {
+        mRecoveredRecords.Add(records);
+        mRecoveredEvents.Add(events);
+    }
+    void DroppedDamaged() { mDamaged.Add(); }
+    void UploadInDoubt() { mInDoubt.Add(); }
 
     // Copies the counters into stats, leaving what is held now alone.
     void CopyTo(WriterStats* stats) const {
@@ -77,6 +91,10 @@ public:
         stats->fileTruncations = mFileTruncations.Get();
         stats->pathsReplaced = mPathsReplaced.Get();
         stats->pathsSkipped = mPathsSkipped.Get();
+        stats->recoveredRecords = mRecoveredRecords.Get();
+        stats->recoveredEvents = mRecoveredEvents.Get();
+        stats->damagedDropped = mDamaged.Get();
+        stats->uploadsInDoubt = mInDoubt.Get();
     }
 
     void Reset() {
@@ -101,6 +119,11 @@ private:
     StatCounter mFileTruncations;
     StatCounter mPathsReplaced;
     StatCounter mPathsSkipped;
+    // What a start-up found; a reset of the statistics leaves them.
+    StatCounter mRecoveredRecords;
+    StatCounter mRecoveredEvents;
+    StatCounter mDamaged;
+    StatCounter mInDoubt;
 };
 
 }  // namespace android
