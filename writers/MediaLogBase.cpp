@@ -19,6 +19,7 @@
 #include <log/log.h>
 
 #include "writers/MediaMonitorPolicy.h"
+#include "writers/OwnFile.h"
 
 namespace android {
 
@@ -226,34 +227,19 @@ WriterStats MediaLogBase::StatsHolding(size_t records, size_t cap, size_t bytes,
 }
 
 int MediaLogBase::OpenRecordPath(const char* path, int flags, mode_t mode) {
-    // Non-blocking, so that a FIFO planted at the path cannot hold the open;
-    // truncated only once known to be ours, so that a second name of another
-    // file cannot have it emptied.
-    for (bool retried = false;; retried = true) {
-        const int fd = open(path, (flags & ~O_TRUNC) | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, mode);
-        if (fd >= 0) {
-            struct stat st;
-            if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_nlink == 1) {
-                if ((flags & O_TRUNC) != 0 && ftruncate(fd, 0) != 0) {
-                    ALOGW("cannot empty record file %s, err: %d", path, errno);
-                }
-                return fd;
-            }
-            close(fd);
-        } else if (errno != ELOOP && errno != ENXIO && errno != EISDIR) {
-            return -1;  // a missing folder, say: nothing was planted
-        }
-        if (retried || unlink(path) != 0) {
-            mCounters.SkippedPath();
-            ALOG_LIMITED(mRecordPathLog, ANDROID_LOG_ERROR,
-                         "record file %s is not a file of ours and cannot be replaced: skipped",
-                         path);
-            return -1;
-        }
+    OwnFileFound found;
+    const int fd = OpenOwnFile(path, flags, mode, &found);
+    if (found == OwnFileFound::REPLACED) {
         mCounters.ReplacedPath();
         ALOG_LIMITED(mRecordPathLog, ANDROID_LOG_WARN,
                      "record file %s was not a file of ours: replaced", path);
+    } else if (found == OwnFileFound::NOT_REPLACEABLE) {
+        mCounters.SkippedPath();
+        ALOG_LIMITED(mRecordPathLog, ANDROID_LOG_ERROR,
+                     "record file %s is not a file of ours and cannot be replaced: skipped",
+                     path);
     }
+    return fd;
 }
 
 void MediaLogBase::AdvanceLastSendTime() {

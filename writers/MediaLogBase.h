@@ -122,10 +122,8 @@ protected:
     // The counters with what the writer holds now; the caller holds its mutex.
     WriterStats StatsHolding(size_t records, size_t cap, size_t bytes = 0,
                              size_t byteLimit = 0) const;
-    // Opens a record file (open(2)'s flags and mode) only as a regular file of
-    // its own: whatever else sits at path (a link, a FIFO, a socket, a second
-    // name of another file) is removed and the open tried once more; what
-    // cannot be removed (a folder) leaves the file skipped. -1 when skipped.
+    // Opens a record file as OpenOwnFile does (open(2)'s flags and mode),
+    // counting and logging what it replaced or had to skip. -1 when skipped.
     int OpenRecordPath(const char* path, int flags, mode_t mode);
     // Moves mLastSendTime on by one cycle, so that uploads stay on the cycle's
     // grid rather than drifting to "now". A cycle may be up to 2^31 seconds:
