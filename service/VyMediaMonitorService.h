@@ -29,7 +29,6 @@
 #include <sys/types.h>
 
 #include <array>
-#include <atomic>
 #include <deque>
 #include <string>
 
