@@ -1,5 +1,5 @@
 // The service's statistics: gathering the counters of every part, their
-// reset, and the dump's arguments that show or reset them.
+// reset, and the dump's arguments: the platform's, the usage and the counters.
 #include "service/VyMediaMonitorService.h"
 
 #include <time.h>

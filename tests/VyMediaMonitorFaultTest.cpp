@@ -243,14 +243,14 @@ TEST_F(ServedServiceTest, DumpsIntoAPipeNobodyReadsHoldUpNoOneNorABugReportAsRoo
     ChildProcess shell(Peer({"dumps", kServiceName, std::to_string(AID_SHELL), "3"}));
     ASSERT_EQ(shell.Answer(), "dumping");
     ASSERT_TRUE(Eventually([&probe] { return probe.GetStats().dumpsBusy == 2; }));
-    probe.Queue(Plain(Service::EVENT_LOG_MSG, 2, 3, "during a dump"));
-    EXPECT_TRUE(probe.Drain(mLog)) << "the worker goes on";
-    ExpectServed();
     const auto dump = [&probe] { return WrittenText([&probe](int fd) { probe.Dump(fd, {}); }); };
     ActAs(AID_MEDIA);
     EXPECT_EQ(dump().rfind("Dump busy: ", 0), 0u);
     ActAs(AID_ROOT);
     EXPECT_NE(dump().find("Record Begin"), std::string::npos);
+    probe.Queue(Plain(Service::EVENT_LOG_MSG, 2, 3, "during a dump"));
+    EXPECT_TRUE(probe.Drain(mLog)) << "the worker goes on";
+    ExpectServed();
     EXPECT_EQ(shell.Answer(), "quick 2");
     EXPECT_EQ(shell.Finish(), 0);
 

@@ -156,7 +156,7 @@ TEST_F(ServiceTest, PlantedCapturePathsAreReplacedNeverFollowed) {
         }
         EXPECT_TRUE(Eventually([&] {
             const Json::Value stats = StatsOf(service)["capture"];
-            return stats["path_replaced"] == 1 && stats["rename_failures"].asInt() >= 2;
+            return stats["path_replaced"] == 1 && stats["rename_failures"].asInt() >= 1;
         }));
         Stop();
         fs::remove(current);
@@ -171,10 +171,14 @@ TEST_F(ServiceTest, PlantedCapturePathsAreReplacedNeverFollowed) {
             << ReadFile(current);
 }
 
+// Takes the dispatch lock for ReleaseWhileDispatchHeld to release: a hand-over
+// that the lock analysis cannot follow.
+void HoldDispatch(ServiceProbe& probe) NO_THREAD_SAFETY_ANALYSIS { probe.mDispatchLock.lock(); }
+
 // Drops the last reference to probe on another thread while the worker waits
 // at the dispatch lock, which the caller holds and which is released here;
 // returns once the shutdown has run.
-void ReleaseWhileDispatchHeld(sp<ServiceProbe>* probe) {
+void ReleaseWhileDispatchHeld(sp<ServiceProbe>* probe) NO_THREAD_SAFETY_ANALYSIS {
     Mutex& dispatch = (*probe)->mDispatchLock;
     std::thread release([probe] { probe->clear(); });
     dispatch.unlock();
@@ -186,7 +190,7 @@ void ReleaseWhileDispatchHeld(sp<ServiceProbe>* probe) {
 TEST_F(ServiceTest, TheLastReferenceDroppedMidBatchLosesNothingQueued) {
     sp<ServiceProbe> probe = &Start();
     mService.clear();
-    probe->mDispatchLock.lock();
+    HoldDispatch(*probe);
     probe->Queue(Exception(901));
     const bool parked = probe->WorkerTookQueue();
     probe->Queue(Exception(902));
@@ -218,7 +222,7 @@ TEST_F(ServiceTest, StartStopCyclesNeverHangLeakOrLoseWhatTheWritersHold) {
             if (cycle % 2 == 0) {
                 continue;
             }
-            probe->mDispatchLock.lock();
+            HoldDispatch(*probe);
             probe->Queue(Plain(3000000));
             const bool parked = probe->WorkerTookQueue();
             for (int i = 1; i < 520; ++i) {
