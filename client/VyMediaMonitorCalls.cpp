@@ -1,5 +1,7 @@
 #include "VyMediaMonitorCalls.h"
 
+#include <utility>
+
 using android::IVyMediaMonitorService;
 using android::String8;
 
@@ -19,89 +21,95 @@ const char* Cs(const Args& a, size_t i) {
 }
 String8 S8(const Args& a, size_t i) { return String8(a[i].text.data(), a[i].text.size()); }
 
+using Invoke = void (*)(IVyMediaMonitorService&, const Args&);
+
+Operation Op(int number, std::vector<Param> params, Invoke invoke) {
+    return {number, kOperationNames[number - 1], std::move(params), invoke};
+}
+
 const std::vector<Operation> kOperations = {
-    {1, "ForceLogSend", {I("type")},
-     [](IVyMediaMonitorService& s, const Args& a) { s.ForceLogSend(In(a, 0)); }},
-    {2, "WriteLogMsg", {I("prior"), I("type"), C("msg")},
-     [](IVyMediaMonitorService& s, const Args& a) { s.WriteLogMsg(In(a, 0), In(a, 1), Cs(a, 2)); }},
-    {3, "WriteMediaBigData", {I("pid"), I("type"), C("msg")},
+    Op(1, {I("type")},
+     [](IVyMediaMonitorService& s, const Args& a) { s.ForceLogSend(In(a, 0)); }),
+    Op(2, {I("prior"), I("type"), C("msg")},
+     [](IVyMediaMonitorService& s, const Args& a) { s.WriteLogMsg(In(a, 0), In(a, 1), Cs(a, 2)); }),
+    Op(3, {I("pid"), I("type"), C("msg")},
      [](IVyMediaMonitorService& s, const Args& a) {
          s.WriteMediaBigData(In(a, 0), In(a, 1), Cs(a, 2));
-     }},
-    {4, "WriteLogMsg",
+     }),
+    Op(4,
      {I("eventId"), I("eventLevel"), I("subType"), S("reason"), S("callingApp")},
      [](IVyMediaMonitorService& s, const Args& a) {
          s.WriteLogMsg(In(a, 0), In(a, 1), In(a, 2), S8(a, 3), S8(a, 4));
-     }},
-    {5, "WriteLogMsg",
+     }),
+    Op(5,
      {I("eventId"), I("eventLevel"), I("subType"), S("reason"), S("callingApp"), I("paraInt"),
       S("paraChar"), I("associatedEventId")},
      [](IVyMediaMonitorService& s, const Args& a) {
          s.WriteLogMsg(In(a, 0), In(a, 1), In(a, 2), S8(a, 3), S8(a, 4), In(a, 5), S8(a, 6),
                        In(a, 7));
-     }},
-    {6, "WriteKpis", {S("kpis")},
-     [](IVyMediaMonitorService& s, const Args& a) { s.WriteKpis(S8(a, 0)); }},
-    {7, "WriteBigData", {I("eventId"), C("s1"), I("i1"), I("i2")},
+     }),
+    Op(6, {S("kpis")},
+     [](IVyMediaMonitorService& s, const Args& a) { s.WriteKpis(S8(a, 0)); }),
+    Op(7, {I("eventId"), C("s1"), I("i1"), I("i2")},
      [](IVyMediaMonitorService& s, const Args& a) {
          s.WriteBigData(In(a, 0), Cs(a, 1), In(a, 2), In(a, 3));
-     }},
-    {8, "WriteBigData", {I("eventId"), C("s1"), C("s2"), I("i1"), I("i2")},
+     }),
+    Op(8, {I("eventId"), C("s1"), C("s2"), I("i1"), I("i2")},
      [](IVyMediaMonitorService& s, const Args& a) {
          s.WriteBigData(In(a, 0), Cs(a, 1), Cs(a, 2), In(a, 3), In(a, 4));
-     }},
-    {9, "WriteBigData", {I("eventId"), C("s1"), C("s2"), I("i1")},
+     }),
+    Op(9, {I("eventId"), C("s1"), C("s2"), I("i1")},
      [](IVyMediaMonitorService& s, const Args& a) {
          s.WriteBigData(In(a, 0), Cs(a, 1), Cs(a, 2), In(a, 3));
-     }},
-    {10, "WriteBigData", {I("eventId"), C("s1"), I("i1"), I("i2"), I("i3")},
+     }),
+    Op(10, {I("eventId"), C("s1"), I("i1"), I("i2"), I("i3")},
      [](IVyMediaMonitorService& s, const Args& a) {
          s.WriteBigData(In(a, 0), Cs(a, 1), In(a, 2), In(a, 3), In(a, 4));
-     }},
-    {11, "WriteBigData", {I("eventId"), C("s1"), C("s2"), C("s3")},
+     }),
+    Op(11, {I("eventId"), C("s1"), C("s2"), C("s3")},
      [](IVyMediaMonitorService& s, const Args& a) {
          s.WriteBigData(In(a, 0), Cs(a, 1), Cs(a, 2), Cs(a, 3));
-     }},
-    {12, "WriteBigData", {I("eventId"), C("s1"), C("s2"), C("s3"), I("i1")},
+     }),
+    Op(12, {I("eventId"), C("s1"), C("s2"), C("s3"), I("i1")},
      [](IVyMediaMonitorService& s, const Args& a) {
          s.WriteBigData(In(a, 0), Cs(a, 1), Cs(a, 2), Cs(a, 3), In(a, 4));
-     }},
-    {13, "WriteBigData", {I("eventId"), C("s1"), I("i1"), I("i2"), I("i3"), I("i4")},
+     }),
+    Op(13, {I("eventId"), C("s1"), I("i1"), I("i2"), I("i3"), I("i4")},
      [](IVyMediaMonitorService& s, const Args& a) {
          s.WriteBigData(In(a, 0), Cs(a, 1), In(a, 2), In(a, 3), In(a, 4), In(a, 5));
-     }},
-    {14, "WriteBigData",
+     }),
+    Op(14,
      {I("eventId"), C("s1"), C("s2"), C("s3"), C("s4"), I("i1"), I("i2"), I("i3")},
      [](IVyMediaMonitorService& s, const Args& a) {
          s.WriteBigData(In(a, 0), Cs(a, 1), Cs(a, 2), Cs(a, 3), Cs(a, 4), In(a, 5), In(a, 6),
                         In(a, 7));
-     }},
-    {15, "WriteBigData", {I("eventId"), C("s1"), C("s2"), C("s3"), C("s4"), C("s5"), I("i1")},
+     }),
+    Op(15, {I("eventId"), C("s1"), C("s2"), C("s3"), C("s4"), C("s5"), I("i1")},
      [](IVyMediaMonitorService& s, const Args& a) {
          s.WriteBigData(In(a, 0), Cs(a, 1), Cs(a, 2), Cs(a, 3), Cs(a, 4), Cs(a, 5), In(a, 6));
-     }},
-    {16, "WriteBigData",
+     }),
+    Op(16,
      {I("eventId"), C("s1"), C("s2"), C("s3"), C("s4"), C("s5"), C("s6"), I("i1")},
      [](IVyMediaMonitorService& s, const Args& a) {
          s.WriteBigData(In(a, 0), Cs(a, 1), Cs(a, 2), Cs(a, 3), Cs(a, 4), Cs(a, 5), Cs(a, 6),
                         In(a, 7));
-     }},
-    {17, "MonitorSetForceUse", {I("usage"), I("config")},
-     [](IVyMediaMonitorService& s, const Args& a) { s.MonitorSetForceUse(In(a, 0), In(a, 1)); }},
-    {18, "MonitorBroadcastStream", {I("state"), I("stream")},
+     }),
+    Op(17, {I("usage"), I("config")},
+     [](IVyMediaMonitorService& s, const Args& a) { s.MonitorSetForceUse(In(a, 0), In(a, 1)); }),
+    Op(18, {I("state"), I("stream")},
      [](IVyMediaMonitorService& s, const Args& a) {
          s.MonitorBroadcastStream(In(a, 0), In(a, 1));
-     }},
-    {19, "MonitorBroadcastDevice", {I("device")},
+     }),
+    Op(19, {I("device")},
      [](IVyMediaMonitorService& s, const Args& a) {
          s.MonitorBroadcastDevice(static_cast<uint32_t>(In(a, 0)));
-     }},
-    {20, "MonitorVolumeIndex", {I("source"), I("index"), I("device")},
+     }),
+    Op(20, {I("source"), I("index"), I("device")},
      [](IVyMediaMonitorService& s, const Args& a) {
          s.MonitorVolumeIndex(In(a, 0), In(a, 1), In(a, 2));
-     }},
-    {21, "MonitorPlayingApp", {C("app")},
-     [](IVyMediaMonitorService& s, const Args& a) { s.MonitorPlayingApp(Cs(a, 0)); }},
+     }),
+    Op(21, {C("app")},
+     [](IVyMediaMonitorService& s, const Args& a) { s.MonitorPlayingApp(Cs(a, 0)); }),
 };
 
 bool IsPlain(unsigned char c) { return c > ' ' && c < 0x7f && c != '"' && c != '\\'; }

@@ -31,4 +31,6 @@ endfunction()
 
 vymm_import_platform_library(android::utils utils)
 vymm_import_platform_library(android::log log)
+# Its trace calls are the host's do-nothing ones.
+vymm_import_platform_library(android::cutils cutils)
 vymm_import_platform_library(android::base base)

@@ -20,6 +20,7 @@
 #include <log/log.h>
 
 #include "service/ServiceProperties.h"
+#include "writers/OwnFile.h"
 
 namespace android {
 
@@ -99,13 +100,34 @@ void CallCapture::Record(uint32_t code, bool refused, std::vector<vymm::TypedArg
 void CallCapture::Exit() {
     {
         Mutex::Autolock lock(mLock);
-        requestExit();
+        mExitRequested = true;
         mCond.broadcast();
+        const nsecs_t deadline = systemTime(SYSTEM_TIME_MONOTONIC) + EXIT_TIMEOUT;
+        for (nsecs_t left = EXIT_TIMEOUT; !mFinished && left > 0;
+             left = deadline - systemTime(SYSTEM_TIME_MONOTONIC)) {
+            mFinishedCond.waitRelative(mLock, left);
+        }
+        if (!mFinished) {
+            // It keeps itself alive, and the file, until its write returns.
+            ALOGW("the capture thread is stuck writing %s: left behind", FILE_NAME);
+            return;
+        }
     }
     requestExitAndWait();
-    // The thread may have ended, or never begun its loop, before it took the
-    // last calls: no other thread writes any more.
+    // Calls recorded after the thread's last look: no other thread writes
+    // any more.
     WriteRecorded(false);
+}
+
+void CallCapture::CopyStatsTo(MonitorStats* stats) const {
+    stats->capturing = true;
+    stats->captureRenameFailures = mRenameFailures.Get();
+    stats->capturePathsReplaced = mPathsReplaced.Get();
+}
+
+void CallCapture::ResetStats() {
+    mRenameFailures.Reset();
+    mPathsReplaced.Reset();
 }
 
 status_t CallCapture::readyToRun() {
@@ -118,6 +140,9 @@ status_t CallCapture::readyToRun() {
 bool CallCapture::threadLoop() {
     while (WriteRecorded(true)) {
     }
+    Mutex::Autolock lock(mLock);
+    mFinished = true;
+    mFinishedCond.broadcast();
     return false;
 }
 
@@ -126,7 +151,7 @@ bool CallCapture::WriteRecorded(bool wait) {
     size_t dropped = 0;
     {
         Mutex::Autolock lock(mLock);
-        while (wait && mPending.empty() && !exitPending()) {
+        while (wait && mPending.empty() && !mExitRequested) {
             mCond.wait(mLock);
         }
         if (mPending.empty() && mDropped == 0) {
@@ -189,21 +214,35 @@ void CallCapture::Write(const Call& call) {
 }
 
 void CallCapture::StartFile() {
+    const std::string old = std::string(FILE_NAME) + kOldSuffix;
+    if (rename(FILE_NAME, old.c_str()) != 0 && errno != ENOENT) {
+        mRenameFailures.Add();
+        ALOG_LIMITED(mRenameLog, ANDROID_LOG_WARN, "cannot move %s to %s: %s; starting it over",
+                     FILE_NAME, old.c_str(), strerror(errno));
+    }
+    if (OpenFile()) {
+        WriteAll(mHeader);
+    }
+}
+
+bool CallCapture::OpenFile() {
     if (mFd >= 0) {
         close(mFd);
     }
-    const std::string old = std::string(FILE_NAME) + kOldSuffix;
-    rename(FILE_NAME, old.c_str());
-    mFd = open(FILE_NAME, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC | O_NOFOLLOW, 0640);
+    OwnFileFound found;
+    mFd = OpenOwnFile(FILE_NAME, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0640, &found);
     mFileBytes = 0;
     mStarted = false;
-    if (mFd < 0) {
-        if (mFailureLog.Allow()) {
-            ALOGE("cannot open %s: %s", FILE_NAME, strerror(errno));
-        }
-        return;
+    if (found == OwnFileFound::REPLACED) {
+        mPathsReplaced.Add();
     }
-    WriteAll(mHeader);
+    if (mFd < 0) {
+        ALOG_LIMITED(mFailureLog, ANDROID_LOG_ERROR, "cannot open %s: %s", FILE_NAME,
+                     found == OwnFileFound::NOT_REPLACEABLE ? "something not ours is in the way"
+                                                            : strerror(errno));
+        return false;
+    }
+    return true;
 }
 
 bool CallCapture::Append(const std::string& text) {

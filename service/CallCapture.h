@@ -3,14 +3,17 @@
 // in the trace format, with `as UID` when the calling uid changes and
 // `sleep MS` for gaps of a millisecond or more. At the size limit the file
 // becomes "mediaCapture.trace.1" and a new one starts, so the two never hold
-// more than twice the limit; a service start does the same.
+// more than twice the limit; a service start does the same. Where it cannot
+// be moved, the file starts over instead. The file is the service's own, as
+// the record files are (OpenOwnFile).
 //
 // Record runs on Binder threads, first thing in every operation, queued or
 // not, so calls are captured in the order they entered the service; it only
 // appends to a bounded buffer under mLock. The capture's own thread formats
 // and writes, so no caller waits for the disk; a write that fails costs a
 // rate-limited log line and the call's line, never the call. Exit runs on
-// the thread that stops the service.
+// the thread that stops the service and waits for the capture thread within
+// EXIT_TIMEOUT only.
 #ifndef VYMM_SERVICE_CALL_CAPTURE_H
 #define VYMM_SERVICE_CALL_CAPTURE_H
 
@@ -29,6 +32,7 @@
 #include <utils/Timers.h>
 
 #include "common/LogRateLimiter.h"
+#include "service/MonitorStats.h"
 
 namespace android {
 
@@ -43,8 +47,13 @@ public:
     // A call of the operation of transaction code from the calling process,
     // or its refusal. Never waits for anything but mLock.
     void Record(uint32_t code, bool refused, std::vector<vymm::TypedArg> args) EXCLUDES(mLock);
-    // Writes what is still buffered and stops the thread.
+    // Writes what is still buffered and stops the thread; a thread stuck
+    // in a write past EXIT_TIMEOUT is left to end on its own.
     void Exit() EXCLUDES(mLock);
+
+    // The capture's part of the statistics, and their reset.
+    void CopyStatsTo(MonitorStats* stats) const;
+    void ResetStats();
 
     // A call's argument as its typed word.
     static vymm::TypedArg Arg(int32_t number) { return {vymm::TypedArg::I32, number, {}}; }
@@ -64,6 +73,8 @@ public:
     // uncaptured (counted in the file).
     static constexpr size_t MAX_PENDING_CALLS = 1024;
     static constexpr size_t MAX_PENDING_BYTES = 2 * 1024 * 1024;
+    // How long the service's stop waits for the capture thread.
+    static constexpr nsecs_t EXIT_TIMEOUT = seconds_to_nanoseconds(3);
 
 private:
     struct Call {
@@ -90,6 +101,8 @@ private:
     std::string Lead(const Call& call) const;
     // Moves the file to its ".1" and starts a new one with the header.
     void StartFile();
+    // Opens the file anew, emptied; false when it cannot be.
+    bool OpenFile();
     // Writes text, in a new file when the current one cannot take it.
     bool Append(const std::string& text);
     bool WriteAll(const std::string& text);
@@ -98,7 +111,10 @@ private:
     const std::string mHeader;
 
     Mutex mLock;
-    Condition mCond;  // a call was recorded, or the exit requested
+    Condition mCond;          // a call was recorded, or the exit requested
+    Condition mFinishedCond;  // the thread has written all and is ending
+    bool mExitRequested GUARDED_BY(mLock) = false;
+    bool mFinished GUARDED_BY(mLock) = false;
     std::deque<Call> mPending GUARDED_BY(mLock);
     size_t mPendingBytes GUARDED_BY(mLock) = 0;
     size_t mDropped GUARDED_BY(mLock) = 0;  // calls refused by the bounds, not yet noted
@@ -108,7 +124,12 @@ private:
     bool mStarted = false;  // a call in the current file set mUid and mClock
     uid_t mUid = 0;         // of the last call written
     nsecs_t mClock = 0;     // the time the file's sleeps have reached
-    LogRateLimiter mFailureLog;
+    LogRateLimiter mFailureLog;  // the file cannot be opened or written
+    LogRateLimiter mRenameLog;   // the file cannot be moved to its ".1"
+
+    // Bumped on the capture thread, read by a dump.
+    StatCounter mRenameFailures;
+    StatCounter mPathsReplaced;
 };
 
 }  // namespace android

@@ -1,6 +1,7 @@
 // The worker thread and its queue: the only way from a Binder thread to a
 // writer.
 #define LOG_TAG "Vymedia_monitor"
+#define ATRACE_TAG ATRACE_TAG_AUDIO
 
 #include "service/VyMediaMonitorService.h"
 
@@ -11,6 +12,7 @@
 
 #include <algorithm>
 
+#include <cutils/trace.h>
 #include <log/log.h>
 #include <utils/ThreadDefs.h>
 #include <utils/Timers.h>
@@ -24,6 +26,9 @@ namespace {
 constexpr int32_t kQueueLimit = 512;
 constexpr char kThreadName[] = "mediaLogSend";
 constexpr int64_t kDefaultWriteCheckSeconds = 3600;
+// In system traces: the worker's batches, and the queue's depth.
+constexpr char kBatchSection[] = "Vymedia.monitor batch";
+constexpr char kDepthCounter[] = "Vymedia.monitor queue";
 
 }  // namespace
 
@@ -89,6 +94,7 @@ void Service::LogSendThread::Push(const sp<LogSrvEvent>& event, size_t bytes) {
     mQueueBytes += bytes;
     mCounters.queued[EventTypeSlot(event->type)].Add();
     mCounters.highWater.Raise(mEventQueue.size());
+    ATRACE_INT(kDepthCounter, static_cast<int32_t>(mEventQueue.size()));
 }
 
 void Service::LogSendThread::Nudge() {
@@ -127,6 +133,7 @@ bool Service::LogSendThread::threadLoop() {
                 mService->PersistBatch();
                 continue;
             }
+            ATRACE_BEGIN(kBatchSection);
         }
         const nsecs_t start = systemTime(SYSTEM_TIME_MONOTONIC);
         mService->OnSrvEvent(batch.front());
@@ -134,11 +141,16 @@ bool Service::LogSendThread::threadLoop() {
         mDispatched.Add();
         batch.pop_front();
         if (batch.empty()) {
+            ATRACE_END();
             mService->PersistBatch();
         }
     }
+    if (batch.empty()) {
+        return false;
+    }
     // Stopped within a batch: what it still holds goes back to the head of the
     // queue, in order, for the shutdown to dispatch.
+    ATRACE_END();
     Mutex::Autolock lock(mQueueLock);
     while (!batch.empty()) {
         mQueueBytes += QueueBytes(*batch.back());
@@ -158,6 +170,7 @@ bool Service::LogSendThread::TakeBatch(std::deque<sp<LogSrvEvent>>* batch) {
     batch->swap(mEventQueue);
     mQueueBytes = 0;
     mCounters.taken.Add(batch->size());
+    ATRACE_INT(kDepthCounter, 0);
     mNudged = false;
     return true;
 }

@@ -9,6 +9,9 @@
 #include <stdint.h>
 
 #include <atomic>
+#include <iterator>
+
+#include <VyMediaMonitorCalls.h>
 
 #include "report/VexelProxy.h"
 #include "writers/StatCounter.h"
@@ -16,9 +19,9 @@
 
 namespace android {
 
-constexpr size_t MONITOR_OPERATIONS = 21;
+constexpr size_t MONITOR_OPERATIONS = std::size(vymm::kOperationNames);
 // Event types 1 to 21 by their number; slot 0 counts any other type.
-constexpr size_t MONITOR_EVENT_TYPES = 22;
+constexpr size_t MONITOR_EVENT_TYPES = std::size(vymm::kEventTypeNames);
 // In the order of the plain dump: exception log, flow file, count file,
 // exception, KPI, big data.
 constexpr size_t MONITOR_WRITERS = 6;
@@ -45,6 +48,7 @@ struct MonitorStats {
     uint64_t droppedFull = 0;
     uint64_t droppedBytes = 0;
     uint64_t droppedNoWorker = 0;
+    uint64_t droppedByAudioFilter = 0;  // MUTE/LOW reports the audio state did not call for
     uint64_t depth = 0;
     uint64_t highWater = 0;
     uint64_t limit = 0;
@@ -53,6 +57,11 @@ struct MonitorStats {
     uint64_t dispatched = 0;  // run by the worker
     uint64_t inHand = 0;      // taken off the queue, not yet run
     uint64_t longestDispatchNs = 0;
+
+    // The call capture; all 0 while it is off.
+    bool capturing = false;
+    uint64_t captureRenameFailures = 0;  // its file could not be moved to ".1"
+    uint64_t capturePathsReplaced = 0;   // something not its own at its path, removed
 
     bool writerPresent[MONITOR_WRITERS] = {};
     WriterStats writers[MONITOR_WRITERS];
@@ -70,6 +79,7 @@ public:
         mLastRefused.store(Pack(uid, pid), std::memory_order_relaxed);
     }
     void DroppedNoWorker() { mDroppedNoWorker.Add(); }
+    void DroppedByAudioFilter() { mDroppedByAudioFilter.Add(); }
     void DumpGivenUp() { mDumpsGivenUp.Add(); }
     void DumpBusy() { mDumpsBusy.Add(); }
 
@@ -86,6 +96,7 @@ private:
     StatCounter mCalls[MONITOR_OPERATIONS];
     StatCounter mRefused[MONITOR_OPERATIONS];
     StatCounter mDroppedNoWorker;
+    StatCounter mDroppedByAudioFilter;
     StatCounter mDumpsGivenUp;
     StatCounter mDumpsBusy;
     std::atomic<uint64_t> mLastRefused{~uint64_t{0}};

@@ -4,7 +4,6 @@
 #include <stdio.h>
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -13,42 +12,6 @@
 namespace android {
 
 namespace {
-
-constexpr const char* kOperationNames[MONITOR_OPERATIONS] = {
-        "ForceLogSend",       "WriteLogMsg",          "WriteMediaBigData",
-        "WriteLogMsg",        "WriteLogMsg",          "WriteKpis",
-        "WriteBigData",       "WriteBigData",         "WriteBigData",
-        "WriteBigData",       "WriteBigData",         "WriteBigData",
-        "WriteBigData",       "WriteBigData",         "WriteBigData",
-        "WriteBigData",       "MonitorSetForceUse",   "MonitorBroadcastStream",
-        "MonitorBroadcastDevice", "MonitorVolumeIndex", "MonitorPlayingApp",
-};
-
-// By event type; slot 0 is any type outside 1 to 21.
-constexpr const char* kEventTypeNames[MONITOR_EVENT_TYPES] = {
-        "other",
-        "log_msg",
-        "bd_flow_msg",
-        "bd_count_msg",
-        "bd_flow_count_msg",
-        "bd_write_files",
-        "write_check",
-        "exception",
-        "exception_ext",
-        "kpi",
-        "bigdata",
-        "bigdata_string",
-        "bigdata_output_device",
-        "bigdata_pkg",
-        "bigdata_pkg_type",
-        "bigdata_play_status",
-        "force_send",
-        "bigdata_recording",
-        "bigdata_dual_bluetooth",
-        "video_bigdata",
-        "video_codec_error",
-        "video_caton_vague",
-};
 
 constexpr const char* kWriterNames[MONITOR_WRITERS] = {
         "exception_log", "bd_flow", "bd_count", "exception", "kpi", "bigdata",
@@ -60,100 +23,208 @@ constexpr const char* kRefusalNames[WRITER_REFUSALS] = {
 
 constexpr const char* kReportingStates[] = {"not_loaded_yet", "loaded", "absent", "lacking"};
 
-// Text sections after the operations' table, in this order.
-constexpr std::pair<const char*, const char*> kSections[] = {
-        {"callers", "Callers"}, {"queue", "Queue"},        {"worker", "Worker"},
-        {"dumps", "Dumps"},     {"log", "Log lines"}, {"reporting", "Reporting library"},
-};
-
-// Wide enough for a writer's name and most figures.
-constexpr size_t kColumnWidth = 13;
-
-Json::Value Number(uint64_t value) { return Json::Value(static_cast<Json::UInt64>(value)); }
+// Wide enough for a writer's name, a date and most figures.
+constexpr size_t kColumnWidth = 14;
 
 uint64_t Micros(uint64_t nanoseconds) { return nanoseconds / 1000; }
+
+// How long before now a time was, in the largest unit that still reads
+// as two or more; "never" for none.
+std::string Age(int64_t seconds, time_t now) {
+    if (seconds <= 0) {
+        return "never";
+    }
+    struct Unit {
+        int64_t seconds;
+        const char* name;
+    };
+    constexpr Unit kUnits[] = {{86400, "d"}, {3600, "h"}, {60, "min"}};
+    const int64_t age = std::max<int64_t>(0, static_cast<int64_t>(now) - seconds);
+    for (const Unit& unit : kUnits) {
+        if (age >= 2 * unit.seconds) {
+            return std::to_string(age / unit.seconds) + " " + unit.name + " ago";
+        }
+    }
+    return std::to_string(age) + " s ago";
+}
+
+// Local time, as the writers' records show it; "-" for none.
+std::string Date(int64_t seconds) {
+    const time_t time = static_cast<time_t>(seconds);
+    struct tm local;
+    char text[32] = "-";
+    if (seconds > 0 && localtime_r(&time, &local) != nullptr) {
+        strftime(text, sizeof(text), "%m-%d %H:%M:%S", &local);
+    }
+    return text;
+}
+
+// One part of the statistics: its fields in the order they are added, as a
+// JSON object and as the text's rows (a nested field's row is "a.b").
+class Part {
+public:
+    explicit Part(time_t now) : mNow(now) {}
+
+    Part& Count(const std::string& name, uint64_t value) {
+        return Field(name, Json::Value(static_cast<Json::UInt64>(value)));
+    }
+    Part& Field(const std::string& name, const Json::Value& value) {
+        mJson[name] = value;
+        mRows.emplace_back(name, value.asString());
+        return *this;
+    }
+    // Seconds since the epoch, 0 for never: in JSON as they are, in the text
+    // as an age and, in the row dateRow, a date.
+    Part& Time(const std::string& name, const std::string& dateRow, int64_t seconds) {
+        mJson[name] = static_cast<Json::Int64>(seconds);
+        mRows.emplace_back(name, Age(seconds, mNow));
+        mRows.emplace_back(dateRow, Date(seconds));
+        return *this;
+    }
+    Part& Nested(const std::string& name, const Part& part) {
+        mJson[name] = part.mJson;
+        for (const auto& [row, text] : part.mRows) {
+            mRows.emplace_back(name + "." + row, text);
+        }
+        return *this;
+    }
+    Part New() const { return Part(mNow); }
+
+    const Json::Value& json() const { return mJson; }
+    const std::vector<std::pair<std::string, std::string>>& rows() const { return mRows; }
+
+private:
+    time_t mNow;
+    Json::Value mJson{Json::objectValue};
+    std::vector<std::pair<std::string, std::string>> mRows;
+};
+
+// A part of the JSON object (key) and of the text (title): one unnamed
+// column, or one named column per writer.
+struct Section {
+    const char* key;
+    const char* title;
+    std::vector<std::string> columns;
+    std::vector<Part> parts;
+};
+
+Section Single(const char* key, const char* title, Part part) {
+    return {key, title, {}, {std::move(part)}};
+}
+
+Part Callers(const MonitorStats& stats, Part part) {
+    uint64_t refused = 0;
+    for (uint64_t count : stats.refused) {
+        refused += count;
+    }
+    return part.Count("refused", refused)
+            .Field("last_refused_uid", stats.lastRefusedUid)
+            .Field("last_refused_pid", stats.lastRefusedPid);
+}
+
+Part Queue(const MonitorStats& stats, Part part) {
+    Part queued = part.New();
+    for (size_t type = 0; type < MONITOR_EVENT_TYPES; ++type) {
+        queued.Count(vymm::kEventTypeNames[type], stats.queued[type]);
+    }
+    Part dropped = part.New();
+    dropped.Count("queue_full", stats.droppedFull)
+            .Count("byte_limit", stats.droppedBytes)
+            .Count("no_worker", stats.droppedNoWorker)
+            .Count("audio_filter", stats.droppedByAudioFilter);
+    return part.Nested("queued", queued)
+            .Nested("dropped", dropped)
+            .Count("depth", stats.depth)
+            .Count("high_water", stats.highWater)
+            .Count("limit", stats.limit)
+            .Count("bytes", stats.bytes)
+            .Count("byte_limit", stats.byteLimit);
+}
+
+Part Worker(const MonitorStats& stats, Part part) {
+    return part.Count("dispatched", stats.dispatched)
+            .Count("in_hand", stats.inHand)
+            .Count("longest_dispatch_us", Micros(stats.longestDispatchNs));
+}
+
+Part Writer(bool present, const WriterStats& stats, Part part) {
+    Part refused = part.New();
+    for (size_t cause = 0; cause < WRITER_REFUSALS; ++cause) {
+        refused.Count(kRefusalNames[cause], stats.refused[cause]);
+    }
+    Part persist = part.New();
+    persist.Count("recovered_records", stats.recoveredRecords)
+            .Count("recovered_events", stats.recoveredEvents)
+            .Count("journal_bytes", stats.journalBytes)
+            .Count("snapshots", stats.snapshots)
+            .Count("damaged_dropped", stats.damagedDropped)
+            .Count("uploads_in_doubt", stats.uploadsInDoubt)
+            .Count("write_failures", stats.persistFailures);
+    return part.Field("present", present)
+            .Count("records", stats.records)
+            .Count("charge", stats.charge)
+            .Count("cap", stats.cap)
+            .Count("bytes", stats.bytes)
+            .Count("byte_limit", stats.byteLimit)
+            .Nested("refused", refused)
+            .Count("merged", stats.merged)
+            .Count("uploads", stats.uploads)
+            .Count("events_sent", stats.eventsSent)
+            .Time("last_upload_time", "last_upload_date", stats.lastUploadTime)
+            .Count("longest_upload_us", Micros(stats.longestUploadNs))
+            .Count("file_bytes", stats.fileBytes)
+            .Count("file_truncations", stats.fileTruncations)
+            .Count("record_path_replaced", stats.pathsReplaced)
+            .Count("record_path_skipped", stats.pathsSkipped)
+            .Count("log_suppressed", stats.logSuppressed)
+            .Nested("persist", persist);
+}
+
+Part Reporting(const VexelProxy::Stats& stats, Part part) {
+    return part.Field("state", kReportingStates[stats.state])
+            .Field("missing_symbols", stats.missingSymbols)
+            .Count("load_failures", stats.loadFailures)
+            .Count("creates_refused", stats.createsRefused)
+            .Count("sends_refused", stats.sendsRefused);
+}
+
+// Every part after the operations, in the text's order.
+std::vector<Section> Sections(const MonitorStats& stats, time_t now) {
+    const Part part(now);
+    std::vector<Section> sections = {
+            Single("callers", "Callers", Callers(stats, part)),
+            Single("queue", "Queue", Queue(stats, part)),
+            Single("worker", "Worker", Worker(stats, part)),
+            Single("dumps", "Dumps",
+                   part.New().Count("given_up", stats.dumpsGivenUp).Count("busy", stats.dumpsBusy)),
+            Single("log", "Log lines", part.New().Count("suppressed", stats.logSuppressed)),
+            Single("capture", "Call capture",
+                   part.New()
+                           .Field("on", stats.capturing)
+                           .Count("rename_failures", stats.captureRenameFailures)
+                           .Count("path_replaced", stats.capturePathsReplaced)),
+            Single("reporting", "Reporting library", Reporting(stats.reporting, part)),
+            {"writers", "Writers", {}, {}},
+    };
+    Section& writers = sections.back();
+    for (size_t i = 0; i < MONITOR_WRITERS; ++i) {
+        writers.columns.emplace_back(kWriterNames[i]);
+        writers.parts.push_back(Writer(stats.writerPresent[i], stats.writers[i], part));
+    }
+    return sections;
+}
 
 Json::Value OperationsToJson(const MonitorStats& stats) {
     Json::Value operations(Json::arrayValue);
     for (size_t i = 0; i < MONITOR_OPERATIONS; ++i) {
         Json::Value op;
         op["number"] = static_cast<int>(i + 1);
-        op["name"] = kOperationNames[i];
-        op["calls"] = Number(stats.calls[i]);
-        op["refused"] = Number(stats.refused[i]);
+        op["name"] = vymm::kOperationNames[i];
+        op["calls"] = static_cast<Json::UInt64>(stats.calls[i]);
+        op["refused"] = static_cast<Json::UInt64>(stats.refused[i]);
         operations.append(op);
     }
     return operations;
-}
-
-Json::Value QueueToJson(const MonitorStats& stats) {
-    Json::Value queue;
-    for (size_t type = 0; type < MONITOR_EVENT_TYPES; ++type) {
-        queue["queued"][kEventTypeNames[type]] = Number(stats.queued[type]);
-    }
-    queue["dropped"]["queue_full"] = Number(stats.droppedFull);
-    queue["dropped"]["byte_limit"] = Number(stats.droppedBytes);
-    queue["dropped"]["no_worker"] = Number(stats.droppedNoWorker);
-    queue["depth"] = Number(stats.depth);
-    queue["high_water"] = Number(stats.highWater);
-    queue["limit"] = Number(stats.limit);
-    queue["bytes"] = Number(stats.bytes);
-    queue["byte_limit"] = Number(stats.byteLimit);
-    return queue;
-}
-
-Json::Value WriterToJson(bool present, const WriterStats& stats) {
-    Json::Value writer;
-    writer["present"] = present;
-    writer["records"] = Number(stats.records);
-    writer["charge"] = Number(stats.charge);
-    writer["cap"] = Number(stats.cap);
-    writer["bytes"] = Number(stats.bytes);
-    writer["byte_limit"] = Number(stats.byteLimit);
-    for (size_t cause = 0; cause < WRITER_REFUSALS; ++cause) {
-        writer["refused"][kRefusalNames[cause]] = Number(stats.refused[cause]);
-    }
-    writer["merged"] = Number(stats.merged);
-    writer["uploads"] = Number(stats.uploads);
-    writer["events_sent"] = Number(stats.eventsSent);
-    writer["last_upload_time"] = static_cast<Json::Int64>(stats.lastUploadTime);
-    writer["longest_upload_us"] = Number(Micros(stats.longestUploadNs));
-    writer["file_bytes"] = Number(stats.fileBytes);
-    writer["file_truncations"] = Number(stats.fileTruncations);
-    writer["record_path_replaced"] = Number(stats.pathsReplaced);
-    writer["record_path_skipped"] = Number(stats.pathsSkipped);
-    writer["log_suppressed"] = Number(stats.logSuppressed);
-    Json::Value& persist = writer["persist"];
-    persist["recovered_records"] = Number(stats.recoveredRecords);
-    persist["recovered_events"] = Number(stats.recoveredEvents);
-    persist["journal_bytes"] = Number(stats.journalBytes);
-    persist["snapshots"] = Number(stats.snapshots);
-    persist["damaged_dropped"] = Number(stats.damagedDropped);
-    persist["uploads_in_doubt"] = Number(stats.uploadsInDoubt);
-    persist["write_failures"] = Number(stats.persistFailures);
-    return writer;
-}
-
-Json::Value ReportingToJson(const VexelProxy::Stats& stats) {
-    Json::Value reporting;
-    reporting["state"] = kReportingStates[stats.state];
-    reporting["missing_symbols"] = stats.missingSymbols;
-    reporting["load_failures"] = Number(stats.loadFailures);
-    reporting["creates_refused"] = Number(stats.createsRefused);
-    reporting["sends_refused"] = Number(stats.sendsRefused);
-    return reporting;
-}
-
-// The leaves of value as "a.b" names and their texts, in name order.
-void Flatten(const Json::Value& value, const std::string& prefix,
-             std::vector<std::pair<std::string, std::string>>* lines) {
-    if (!value.isObject()) {
-        lines->emplace_back(prefix, value.asString());
-        return;
-    }
-    for (const std::string& name : value.getMemberNames()) {
-        Flatten(value[name], prefix.empty() ? name : prefix + "." + name, lines);
-    }
 }
 
 std::string PadRight(const std::string& text, size_t width) {
@@ -164,40 +235,28 @@ std::string PadLeft(const std::string& text, size_t width) {
     return std::string(width > text.size() ? width - text.size() : 0, ' ') + text;
 }
 
-// A section whose columns are the members of parts, which all have the
-// same fields; its rows are those fields.
-void AppendTable(std::string* text, const std::string& title, const Json::Value& parts) {
-    const std::vector<std::string> columns = parts.getMemberNames();
-    std::vector<std::vector<std::pair<std::string, std::string>>> cells(columns.size());
+// A section's rows, one cell per column; every part has the same rows.
+void AppendSection(std::string* text, const Section& section) {
     size_t width = 0;
-    for (size_t c = 0; c < columns.size(); ++c) {
-        Flatten(parts[columns[c]], "", &cells[c]);
-        for (const auto& cell : cells[c]) {
-            width = std::max(width, cell.first.size());
-        }
+    for (const auto& row : section.parts[0].rows()) {
+        width = std::max(width, row.first.size());
     }
-    *text += title + ":\n";
-    if (columns.size() > 1) {
+    *text += std::string(section.title) + ":\n";
+    if (!section.columns.empty()) {
         *text += "  " + PadRight("", width);
-        for (const std::string& column : columns) {
+        for (const std::string& column : section.columns) {
             *text += "  " + PadLeft(column, kColumnWidth);
         }
         *text += "\n";
     }
-    for (size_t row = 0; !cells.empty() && row < cells[0].size(); ++row) {
-        *text += "  " + PadRight(cells[0][row].first, width);
-        for (const auto& column : cells) {
-            *text += "  " + PadLeft(column[row].second, kColumnWidth);
+    for (size_t row = 0; row < section.parts[0].rows().size(); ++row) {
+        *text += "  " + PadRight(section.parts[0].rows()[row].first, width);
+        for (const Part& part : section.parts) {
+            *text += "  " + PadLeft(part.rows()[row].second, kColumnWidth);
         }
         *text += "\n";
     }
     *text += "\n";
-}
-
-void AppendSection(std::string* text, const std::string& title, const Json::Value& value) {
-    Json::Value one;
-    one[""] = value;
-    AppendTable(text, title, one);
 }
 
 void AppendOperations(std::string* text, const MonitorStats& stats) {
@@ -205,7 +264,7 @@ void AppendOperations(std::string* text, const MonitorStats& stats) {
     *text += "Operations:\n   #  name                      calls    refused\n";
     for (size_t i = 0; i < MONITOR_OPERATIONS; ++i) {
         snprintf(line, sizeof(line), "  %2zu  %-22s %8" PRIu64 " %10" PRIu64 "\n", i + 1,
-                 kOperationNames[i], stats.calls[i], stats.refused[i]);
+                 vymm::kOperationNames[i], stats.calls[i], stats.refused[i]);
         *text += line;
     }
     *text += "\n";
@@ -216,24 +275,14 @@ void AppendOperations(std::string* text, const MonitorStats& stats) {
 Json::Value StatsToJson(const MonitorStats& stats) {
     Json::Value root;
     root["operations"] = OperationsToJson(stats);
-    uint64_t refused = 0;
-    for (uint64_t count : stats.refused) {
-        refused += count;
+    for (const Section& section : Sections(stats, 0)) {
+        if (section.columns.empty()) {
+            root[section.key] = section.parts[0].json();
+        }
+        for (size_t i = 0; i < section.columns.size(); ++i) {
+            root[section.key][section.columns[i]] = section.parts[i].json();
+        }
     }
-    root["callers"]["refused"] = Number(refused);
-    root["callers"]["last_refused_uid"] = stats.lastRefusedUid;
-    root["callers"]["last_refused_pid"] = stats.lastRefusedPid;
-    root["dumps"]["given_up"] = Number(stats.dumpsGivenUp);
-    root["dumps"]["busy"] = Number(stats.dumpsBusy);
-    root["log"]["suppressed"] = Number(stats.logSuppressed);
-    root["queue"] = QueueToJson(stats);
-    root["worker"]["dispatched"] = Number(stats.dispatched);
-    root["worker"]["in_hand"] = Number(stats.inHand);
-    root["worker"]["longest_dispatch_us"] = Number(Micros(stats.longestDispatchNs));
-    for (size_t i = 0; i < MONITOR_WRITERS; ++i) {
-        root["writers"][kWriterNames[i]] = WriterToJson(stats.writerPresent[i], stats.writers[i]);
-    }
-    root["reporting"] = ReportingToJson(stats.reporting);
     return root;
 }
 
@@ -243,14 +292,13 @@ std::string RenderStatsJson(const MonitorStats& stats) {
     return Json::writeString(builder, StatsToJson(stats)) + "\n";
 }
 
-std::string RenderStatsText(const MonitorStats& stats) {
-    const Json::Value root = StatsToJson(stats);
-    std::string text = "Service statistics, since start or the last --reset-stats:\n\n";
+std::string RenderStatsText(const MonitorStats& stats, time_t now) {
+    std::string text = "Service statistics at " + Date(now) +
+                       ", since start or the last --reset-stats:\n\n";
     AppendOperations(&text, stats);
-    for (const auto& [key, title] : kSections) {
-        AppendSection(&text, title, root[key]);
+    for (const Section& section : Sections(stats, now)) {
+        AppendSection(&text, section);
     }
-    AppendTable(&text, "Writers", root["writers"]);
     return text;
 }
 

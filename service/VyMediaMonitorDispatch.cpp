@@ -1,6 +1,7 @@
 // Dispatch, on the send thread: event type -> route -> writer call. A route
 // whose writer start-up did not create does nothing.
 #define LOG_TAG "Vymedia_monitor"
+#define ATRACE_TAG ATRACE_TAG_AUDIO
 
 #include "service/VyMediaMonitorService.h"
 
@@ -8,6 +9,7 @@
 #include <iterator>
 
 #include <log/log.h>
+#include <utils/Trace.h>
 
 namespace android {
 
@@ -162,6 +164,7 @@ void Service::WriteKpisLog(const Event& event) {
 }
 
 void Service::AllWriterDoSendLog() {
+    ATRACE_NAME("Vymedia.monitor forced upload");
     // The file writers flush through their own upload step, the others
     // send what they hold.
     if (mExceptionLogWriter != nullptr) {

@@ -164,6 +164,10 @@ void VyMediaMonitorService::WriteLogMsg(int eventId, int eventLevel, int subType
             // happened in sent ahead of it.
             if (!FitsAudioState(reason, subType, mDevice, mVolumeDevice2, mVolumeDevice1) ||
                 mPlayingApp == mLastFlushedApp) {
+                mCallCounters.DroppedByAudioFilter();
+                ALOG_LIMITED(mFilterLog, ANDROID_LOG_INFO,
+                             "%s report of event %d dropped: the audio state does not call for it",
+                             reason.c_str(), eventId);
                 return;
             }
             mLastFlushedApp = mPlayingApp;
@@ -210,14 +214,15 @@ status_t VyMediaMonitorService::Dump(int fd, const Vector<String16>& args) {
                                               static_cast<int>(ipc->getCallingUid())));
         return NO_ERROR;
     }
-    if (mDumpsRunning.fetch_add(1) < MAX_CONCURRENT_DUMPS) {
-        WriteDump(fd, args.isEmpty() ? RenderDump() : RenderDumpWithArgs(args));
-    } else {
+    const int slot = mDumpSlots.Take(ipc->getCallingUid());
+    if (slot < 0) {
         mCallCounters.DumpBusy();
-        WriteLineToCaller(fd, String8::format("Dump busy: %d dumps are running, try again\n",
-                                              MAX_CONCURRENT_DUMPS));
+        WriteLineToCaller(fd, String8("Dump busy: a dump of this caller, or as many as allowed, "
+                                      "is running; try again\n"));
+        return NO_ERROR;
     }
-    mDumpsRunning.fetch_sub(1);
+    WriteDump(fd, RenderDumpFor(args));
+    mDumpSlots.Give(slot);
     return NO_ERROR;
 }
 

@@ -1,6 +1,7 @@
 // Start-up and shutdown: which writers exist, the type-flag table, the
 // stale record files.
 #define LOG_TAG "Vymedia_monitor"
+#define ATRACE_TAG ATRACE_TAG_AUDIO
 
 #include "service/VyMediaMonitorService.h"
 
@@ -12,6 +13,7 @@
 
 #include <cutils/properties.h>
 #include <log/log.h>
+#include <utils/Trace.h>
 
 #include "service/ServiceProperties.h"
 
@@ -155,6 +157,7 @@ void VyMediaMonitorService::DeInit() {
     }
     // The file writers keep their records on disk; only the uploading
     // writers send what they hold. What is left is kept for the next start.
+    ATRACE_NAME("Vymedia.monitor shutdown upload");
     if (mExceptionWriter != nullptr) {
         mExceptionWriter->SendMediaLog();
     }

@@ -29,7 +29,6 @@
 #include <sys/types.h>
 
 #include <array>
-#include <atomic>
 #include <deque>
 #include <memory>
 #include <string>
@@ -46,6 +45,7 @@
 
 #include "service/MonitorStats.h"
 #include "service/CallCapture.h"
+#include "service/DumpSlots.h"
 #include "service/WriterPersistence.h"
 #include "common/LogRateLimiter.h"
 #include "writers/MediaBDCountWriter.h"
@@ -352,9 +352,10 @@ public:
     virtual void SendVolumeCacheEvent(int stream) REQUIRES(mLock);
     virtual void SendCacheEvent() REQUIRES(mLock);
     // Writes the writers' dumps to fd on a debuggable device, to a caller of
-    // uid 1013 or with the dump permission. Always 0. Never waits on the
-    // caller with a lock held: the text is rendered first, then written
-    // within DUMP_TIMEOUT; at most MAX_CONCURRENT_DUMPS run at once.
+    // uid 1013 or with the dump permission; args may ask for the usage or
+    // the statistics instead. Always 0. Never waits on the caller with a
+    // lock held: the text is rendered first, then written within
+    // DUMP_TIMEOUT, in one of the DumpSlots.
     virtual status_t Dump(int fd, const Vector<String16>& args);
     virtual void GetActiveStream() REQUIRES(mLock) EXCLUDES(mAudioStateLock);
     virtual void WritePlayingStatus() EXCLUDES(mLock, mAudioStateLock);
@@ -505,8 +506,10 @@ private:
     }
     // The six writers in their fixed order, each possibly null.
     std::array<sp<MediaLogBase>, MONITOR_WRITERS> AllWriters() const;
-    // What a dump with arguments writes: the statistics, or a usage error.
-    String8 RenderDumpWithArgs(const Vector<String16>& args);
+    // What a dump with args writes: the writers' dumps (for none, for the
+    // platform's own and after a line naming an unknown one), the usage,
+    // the statistics, or a usage error.
+    String8 RenderDumpFor(const Vector<String16>& args);
     // A client's C string; null logs the error line and becomes empty.
     String8 ToString8(const char* text);
     // Each writer whose switch is 1, in their fixed order.
@@ -526,10 +529,9 @@ private:
 
     // A dump waits this long in all for its caller to read.
     static constexpr nsecs_t DUMP_TIMEOUT = seconds_to_nanoseconds(3);
-    // Dumps beyond this many at once are answered at once, so that callers
-    // that never read cannot take the serving threads.
-    static constexpr int MAX_CONCURRENT_DUMPS = 2;
-    std::atomic<int> mDumpsRunning{0};
+    // Dumps beyond these are answered at once, so that callers that never
+    // read cannot take the serving threads, nor the bug report's dump.
+    DumpSlots mDumpSlots;
 
     // Lines that any client can provoke with every call, one limiter per
     // kind; thread-safe on their own.
@@ -537,7 +539,11 @@ private:
     LogRateLimiter mNullTextLog;  // a null C string
     LogRateLimiter mRefusalLog;   // an unknown id, stream, usage or volume source
     LogRateLimiter mDumpLog;      // a dump given up
+    LogRateLimiter mFilterLog;    // an audio-loss report the audio state filters out
 };
+
+static_assert(MONITOR_EVENT_TYPES == VyMediaMonitorService::EVENT_VIDEO_CATON_VAGUE + 1,
+              "one statistics name per event type, and one for any other");
 
 }  // namespace android
 

@@ -1,8 +1,10 @@
 // The service's statistics: gathering the counters of every part, their
-// reset, and the dump's arguments that show or reset them.
+// reset, and the dump's arguments: the platform's, the usage and the counters.
 #include "service/VyMediaMonitorService.h"
 
-#include <iterator>
+#include <time.h>
+
+#include <string>
 
 #include "service/MonitorStatsRenderer.h"
 
@@ -11,14 +13,49 @@ namespace android {
 namespace {
 
 constexpr char kDumpUsage[] =
-        "usage: dump [--stats [--json] | --reset-stats]\n"
-        "  (no argument)   what the writers hold\n"
+        "usage: dump [-a] [--dump-priority LEVEL] [--stats [--json] | --reset-stats | -h]\n"
+        "  (no argument)   what the writers hold; -a and --dump-priority LEVEL,\n"
+        "                  which the platform passes, change nothing\n"
         "  --stats         the service's counters, as text\n"
         "  --stats --json  the same, as one JSON object\n"
-        "  --reset-stats   zero the counters\n";
+        "  --reset-stats   zero the counters\n"
+        "  -h, --help      this usage\n";
 
 String8 UsageError(const std::string& problem) {
     return String8(("dump: " + problem + "\n" + kDumpUsage).c_str());
+}
+
+// What the words of a dump ask for.
+struct DumpRequest {
+    bool help = false;
+    bool stats = false;
+    bool json = false;
+    bool reset = false;
+    std::string unknown;  // the first word the dump does not know
+};
+
+DumpRequest ParseDumpArgs(const Vector<String16>& args) {
+    DumpRequest request;
+    for (size_t i = 0; i < args.size(); ++i) {
+        const String8 arg(args[i]);
+        if (arg == "-a") {
+            continue;  // what a bug report passes to every service
+        }
+        if (arg == "--dump-priority" && i + 1 < args.size()) {
+            ++i;  // passed to a service registered at a priority
+        } else if (arg == "-h" || arg == "--help") {
+            request.help = true;
+        } else if (arg == "--stats") {
+            request.stats = true;
+        } else if (arg == "--json") {
+            request.json = true;
+        } else if (arg == "--reset-stats") {
+            request.reset = true;
+        } else if (request.unknown.empty()) {
+            request.unknown = std::string(arg.c_str(), arg.size());
+        }
+    }
+    return request;
 }
 
 }  // namespace
@@ -32,6 +69,7 @@ void CallCounters::CopyTo(MonitorStats* stats) const {
     stats->lastRefusedUid = static_cast<int32_t>(last >> 32);
     stats->lastRefusedPid = static_cast<int32_t>(last & 0xffffffffu);
     stats->droppedNoWorker = mDroppedNoWorker.Get();
+    stats->droppedByAudioFilter = mDroppedByAudioFilter.Get();
     stats->dumpsGivenUp = mDumpsGivenUp.Get();
     stats->dumpsBusy = mDumpsBusy.Get();
 }
@@ -41,7 +79,8 @@ void CallCounters::Reset() {
         mCalls[i].Reset();
         mRefused[i].Reset();
     }
-    for (StatCounter* counter : {&mDroppedNoWorker, &mDumpsGivenUp, &mDumpsBusy}) {
+    for (StatCounter* counter :
+         {&mDroppedNoWorker, &mDroppedByAudioFilter, &mDumpsGivenUp, &mDumpsBusy}) {
         counter->Reset();
     }
     mLastRefused.store(~uint64_t{0}, std::memory_order_relaxed);
@@ -53,6 +92,9 @@ MonitorStats VyMediaMonitorService::GetStats() {
     if (mLogSendThread != nullptr) {
         mLogSendThread->CopyStatsTo(&stats);
     }
+    if (mCapture != nullptr) {
+        mCapture->CopyStatsTo(&stats);
+    }
     const auto writers = AllWriters();
     for (size_t i = 0; i < MONITOR_WRITERS; ++i) {
         stats.writerPresent[i] = writers[i] != nullptr;
@@ -61,7 +103,8 @@ MonitorStats VyMediaMonitorService::GetStats() {
         }
     }
     stats.reporting = VexelProxy::GetStats();
-    for (const LogRateLimiter* log : {&mDenialLog, &mNullTextLog, &mRefusalLog, &mDumpLog}) {
+    for (const LogRateLimiter* log :
+         {&mDenialLog, &mNullTextLog, &mRefusalLog, &mDumpLog, &mFilterLog}) {
         stats.logSuppressed += log->Suppressed();
     }
     return stats;
@@ -71,6 +114,9 @@ void VyMediaMonitorService::ResetStats() {
     mCallCounters.Reset();
     if (mLogSendThread != nullptr) {
         mLogSendThread->ResetStats();
+    }
+    if (mCapture != nullptr) {
+        mCapture->ResetStats();
     }
     for (const sp<MediaLogBase>& writer : AllWriters()) {
         if (writer != nullptr) {
@@ -85,33 +131,34 @@ std::array<sp<MediaLogBase>, MONITOR_WRITERS> VyMediaMonitorService::AllWriters(
             mExceptionWriter,    mKpiWriter,    mBigDataWriter};
 }
 
-String8 VyMediaMonitorService::RenderDumpWithArgs(const Vector<String16>& args) {
-    bool stats = false;
-    bool json = false;
-    bool reset = false;
-    for (size_t i = 0; i < args.size(); ++i) {
-        const String8 arg(args[i]);
-        if (arg == "--stats") {
-            stats = true;
-        } else if (arg == "--json") {
-            json = true;
-        } else if (arg == "--reset-stats") {
-            reset = true;
-        } else {
-            return UsageError(std::string("unknown argument ") + arg.string());
-        }
+String8 VyMediaMonitorService::RenderDumpFor(const Vector<String16>& args) {
+    const DumpRequest request = ParseDumpArgs(args);
+    // A word of some future tool must not cost a bug report the writers' state.
+    if (!request.unknown.empty()) {
+        String8 text(("dump: unknown argument " + vymm::QuoteWord(request.unknown) +
+                      " ignored; --help lists the arguments\n")
+                             .c_str());
+        text.append(RenderDump());
+        return text;
     }
-    if (reset) {
-        if (stats || json) {
+    if (request.help) {
+        return String8(kDumpUsage);
+    }
+    if (request.reset) {
+        if (request.stats || request.json) {
             return UsageError("--reset-stats takes no other argument");
         }
         ResetStats();
         return String8("statistics reset\n");
     }
-    if (!stats) {
+    if (request.json && !request.stats) {
         return UsageError("--json goes with --stats");
     }
-    const std::string text = json ? RenderStatsJson(GetStats()) : RenderStatsText(GetStats());
+    if (!request.stats) {
+        return RenderDump();
+    }
+    const std::string text =
+            request.json ? RenderStatsJson(GetStats()) : RenderStatsText(GetStats(), time(nullptr));
     return String8(text.data(), text.size());
 }
 

@@ -120,6 +120,8 @@ TEST_F(MonitorAudioStateTest, AnAudioLossReportNeedsAnOutputAVolumeAndANewApp) {
         EXPECT_EQ(queued[1], exception) << label;
     }
     EXPECT_EQ(mLog.CountContaining(kTag, "WriteLogMsg SendCacheEvent"), 6u);
+    EXPECT_EQ(s->GetStats().droppedByAudioFilter, 6u);
+    EXPECT_EQ(mLog.CountContaining(kTag, "report of event 901 dropped"), 6u);
 }
 
 using MonitorAudioStateServiceTest = ServiceFixture;

@@ -2,14 +2,19 @@
 
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include <android/log.h>
 #include <binder/Parcel.h>
 #include <gtest/gtest.h>
+#include <private/android_filesystem_config.h>
 
+#include "service/DumpSlots.h"
+#include "service/MonitorStatsRenderer.h"
 #include "support/LogCapture.h"
 #include "support/MonitorHarness.h"
 #include "support/TestEnv.h"
@@ -48,6 +53,31 @@ protected:
     TempWorkDir mDir;
     LogCapture mLog;
 };
+
+// What a dump with these words writes.
+std::string DumpWith(VyMediaMonitorService& service, const std::vector<const char*>& words) {
+    Vector<String16> args;
+    for (const char* word : words) {
+        args.add(String16(word));
+    }
+    return WrittenText([&](int fd) { EXPECT_EQ(service.Dump(fd, args), NO_ERROR); });
+}
+
+TEST(MonitorAccessTest, DumpSlotsHoldOnePerCallerAndKeepOneForRootAndSystem) {
+    DumpSlots slots;
+    const int root = slots.Take(AID_ROOT);
+    EXPECT_GE(root, 0);
+    EXPECT_EQ(slots.Take(AID_ROOT), -1) << "one per caller";
+    const int shell = slots.Take(AID_SHELL);
+    EXPECT_GE(shell, 0) << "root took the slot kept for it";
+    EXPECT_EQ(slots.Take(AID_SYSTEM), -1) << "two at most";
+    slots.Give(root);
+    EXPECT_EQ(slots.Take(AID_MEDIA), -1) << "the slot kept for root and system";
+    EXPECT_EQ(slots.Take(AID_SHELL), -1) << "one per caller";
+    EXPECT_GE(slots.Take(AID_SYSTEM), 0);
+    slots.Give(shell);
+    EXPECT_GE(slots.Take(AID_MEDIA), 0);
+}
 
 TEST(MonitorAccessTest, CheckUidAdmitsExactlyTheSixMediaUids) {
     std::set<int> admitted;
@@ -150,7 +180,17 @@ TEST_F(MonitorEntryPointsTest, DumpNeedsDebuggableAValidFdAndTheMediaUidOrThePer
     EXPECT_EQ(s->Dump(-1, {}), NO_ERROR);
     EXPECT_EQ(TakeServiceLines(), Lines({"5 VyMediaMonitorService Dump fd is invalid"}));
 
+    // The platform's own arguments change nothing; another is named first.
     ActAs(1013);
+    for (const auto& words : std::vector<std::vector<const char*>>{
+                 {"-a"}, {"--dump-priority", "CRITICAL"}, {"--dump-priority", "NORMAL", "-a"}}) {
+        EXPECT_EQ(DumpWith(*s, words), all) << words[0];
+    }
+    EXPECT_EQ(DumpWith(*s, {"-a", "--bogus\n"}),
+              "dump: unknown argument \"--bogus\\n\" ignored; --help lists the arguments\n" + all);
+    const std::string usage = DumpWith(*s, {"--help"});
+    EXPECT_EQ(usage.rfind("usage: dump ", 0), 0u) << usage;
+    EXPECT_EQ(DumpWith(*s, {"-h"}), usage);
     const std::string transacted = WrittenText([&s](int fd) {
         Parcel data;
         Parcel reply;
@@ -200,15 +240,40 @@ std::set<std::string> DocumentedFields() {
     return names;
 }
 
+// The words of the text's row name, the name left out.
+std::vector<std::string> RowOf(const std::string& text, const std::string& name) {
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        std::string first;
+        if (words >> first && first == name) {
+            return {std::istream_iterator<std::string>(words), std::istream_iterator<std::string>()};
+        }
+    }
+    return {};
+}
+
+TEST(MonitorStatsTextTest, TimesReadAsAgesAndWritersComeInTheirFixedOrder) {
+    constexpr time_t kNow = 2000000000;
+    MonitorStats stats;
+    stats.writers[3].lastUploadTime = kNow - 12;
+    stats.writers[4].lastUploadTime = kNow - 90 * 60;
+    stats.writers[5].lastUploadTime = kNow - 3 * 86400;
+    const std::string text = RenderStatsText(stats, kNow);
+    const std::vector<std::string> writers = {"exception_log", "bd_flow", "bd_count",
+                                              "exception",     "kpi",     "bigdata"};
+    EXPECT_EQ(RowOf(text.substr(text.find("Writers:\n") + 9), "exception_log"),
+              std::vector<std::string>(writers.begin() + 1, writers.end()));
+    EXPECT_EQ(RowOf(text, "last_upload_time"),
+              (std::vector<std::string>{"never", "never", "never", "12", "s", "ago", "90", "min",
+                                        "ago", "3", "d", "ago"}));
+    EXPECT_EQ(RowOf(text, "last_upload_date").at(0), "-");
+    EXPECT_EQ(RowOf(text, "queued.video_caton_vague"), std::vector<std::string>{"0"});
+    EXPECT_EQ(RowOf(text, "21").at(0), "MonitorPlayingApp");
+}
+
 TEST_F(MonitorEntryPointsTest, StatsArgumentsPassTheDumpsChecksAndOnlyTheirOwnWordsWork) {
     sp<MonitorHarness> s = MakeService();
-    const auto dump = [](const sp<MonitorHarness>& service, std::vector<const char*> words) {
-        Vector<String16> args;
-        for (const char* word : words) {
-            args.add(String16(word));
-        }
-        return WrittenText([&](int fd) { EXPECT_EQ(service->Dump(fd, args), NO_ERROR); });
-    };
     // The exception writer keeps records up to its cap and refuses the rest.
     const String8 reason(std::string(60, 'r').c_str());
     for (int i = 0; i < 300; ++i) {
@@ -225,17 +290,17 @@ TEST_F(MonitorEntryPointsTest, StatsArgumentsPassTheDumpsChecksAndOnlyTheirOwnWo
 
     ActAs(1047, 321);
     for (const char* word : {"--stats", "--reset-stats"}) {
-        EXPECT_EQ(dump(s, {word}),
+        EXPECT_EQ(DumpWith(*s, {word}),
                   "Permission Denial: can't Dump mediaMonitor from pid=321, uid=1047\n");
     }
     EXPECT_EQ(StatsOf(*s)["writers"]["exception"]["refused"], writer["refused"]);
     ActAs(1013);
-    EXPECT_NE(dump(s, {"--stats"}).find("Writers:"), std::string::npos);
-    EXPECT_EQ(dump(s, {"--reset-stats"}), "statistics reset\n");
+    EXPECT_EQ(DumpWith(*s, {"--stats", "-a"}), DumpWith(*s, {"--stats"}));
+    EXPECT_EQ(DumpWith(*s, {"--reset-stats"}), "statistics reset\n");
     EXPECT_EQ(StatsOf(*s)["writers"]["exception"]["refused"]["cap"].asInt(), 0);
-    for (const auto& words : std::vector<std::vector<const char*>>{
-                 {"--bogus"}, {"--json"}, {"--stats", "-a"}, {"--reset-stats", "--stats"}}) {
-        const std::string text = dump(s, words);
+    for (const auto& words :
+         std::vector<std::vector<const char*>>{{"--json"}, {"--reset-stats", "--stats"}}) {
+        const std::string text = DumpWith(*s, words);
         EXPECT_EQ(text.find("dump: "), 0u) << text;
         EXPECT_EQ(text.find("\nusage: dump "), text.find('\n')) << text;
     }
@@ -246,7 +311,7 @@ TEST_F(MonitorEntryPointsTest, StatsArgumentsPassTheDumpsChecksAndOnlyTheirOwnWo
     EXPECT_EQ(TakeServiceLines(), Lines({"5 VyMediaMonitorService Dump fd is invalid"}));
 
     ScopedProperty notDebuggable("ro.media.debuggable", "false");
-    EXPECT_EQ(dump(MakeService(), {"--stats", "--json"}), "");
+    EXPECT_EQ(DumpWith(*MakeService(), {"--stats", "--json"}), "");
 }
 
 TEST_F(MonitorEntryPointsTest, CachedStatisticsWaitForAFlushAndTheHeldOneForItsRequest) {

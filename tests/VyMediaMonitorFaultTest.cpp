@@ -25,6 +25,7 @@
 #include <binder/ProcessState.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <private/android_filesystem_config.h>
 
 #include "support/ChildProcess.h"
 #include "support/MonitorHarness.h"
@@ -229,23 +230,34 @@ TEST_F(ServedServiceTest, AClientKilledInTheMiddleOfACallLeavesTheServiceServing
     ExpectServed();
 }
 
-// Dumps into a pipe that nobody reads: a permitted caller's first two wait
-// for it, the third and every denied one are answered at once, and
-// meanwhile the worker and other clients carry on.
-TEST_F(ServedServiceTest, DumpsIntoAPipeNobodyReadsHoldUpNoOne) {
+// Dumps into a pipe that nobody reads, from clients of other uids (root
+// only): the shell's first holds a slot until its deadline and its others are
+// answered at once; meanwhile an application's dump is told busy, root's (a
+// bug report's) goes through, and the worker and other clients carry on. A
+// denied caller's dumps are all answered at once.
+TEST_F(ServedServiceTest, DumpsIntoAPipeNobodyReadsHoldUpNoOneNorABugReportAsRoot) {
     if (geteuid() != 0) {
-        GTEST_SKIP() << "dumping as another uid needs root";
+        GTEST_SKIP() << "clients of other uids need root";
     }
     ServiceProbe& probe = Serve();
-    for (const auto& [user, dumps, quick] : {std::tuple{"-", 3, 1}, {"2001", 20, 20}}) {
-        ChildProcess client(Peer({"dumps", kServiceName, user, std::to_string(dumps)}));
-        ASSERT_EQ(client.Answer(), "dumping");
-        probe.Queue(Plain(Service::EVENT_LOG_MSG, 2, 3, "during a dump"));
-        EXPECT_TRUE(probe.Drain(mLog)) << "the worker goes on";
-        ExpectServed();
-        EXPECT_EQ(client.Answer(), "quick " + std::to_string(quick)) << user;
-        EXPECT_EQ(client.Finish(), 0);
-    }
+    ChildProcess shell(Peer({"dumps", kServiceName, std::to_string(AID_SHELL), "3"}));
+    ASSERT_EQ(shell.Answer(), "dumping");
+    ASSERT_TRUE(Eventually([&probe] { return probe.GetStats().dumpsBusy == 2; }));
+    const auto dump = [&probe] { return WrittenText([&probe](int fd) { probe.Dump(fd, {}); }); };
+    ActAs(AID_MEDIA);
+    EXPECT_EQ(dump().rfind("Dump busy: ", 0), 0u);
+    ActAs(AID_ROOT);
+    EXPECT_NE(dump().find("Record Begin"), std::string::npos);
+    probe.Queue(Plain(Service::EVENT_LOG_MSG, 2, 3, "during a dump"));
+    EXPECT_TRUE(probe.Drain(mLog)) << "the worker goes on";
+    ExpectServed();
+    EXPECT_EQ(shell.Answer(), "quick 2");
+    EXPECT_EQ(shell.Finish(), 0);
+
+    ChildProcess denied(Peer({"dumps", kServiceName, "2001", "20"}));
+    ASSERT_EQ(denied.Answer(), "dumping");
+    EXPECT_EQ(denied.Answer(), "quick 20");
+    EXPECT_EQ(denied.Finish(), 0);
 }
 
 }  // namespace

@@ -1,6 +1,9 @@
-// The send thread's byte limit and the service's shutdown, in process.
+// The send thread's bounds, the call capture and the service's shutdown, in process.
+#include <sys/stat.h>
+
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <numeric>
 #include <string>
 #include <thread>
@@ -134,6 +137,38 @@ TEST_F(ServiceTest, CaptureKeepsTwoFilesWithinItsLimitOnlyOnDebuggableBuilds) {
     EXPECT_LT(both.find("WriteKpis s8 " + kpi + "9\n"), both.find(refused)) << both;
     EXPECT_LT(both.find(refused), both.find(tooLong)) << both;
     EXPECT_NE(both.find(tooLong), std::string::npos) << both;
+}
+
+// What is planted at the capture's names is neither followed nor waited on:
+// a second name of another file and a FIFO are replaced; with a folder at
+// the ".1", the file starts over each time it cannot be moved there.
+TEST_F(ServiceTest, PlantedCapturePathsAreReplacedNeverFollowed) {
+    const std::string current = CallCapture::FILE_NAME;
+    fs::create_directories(current + ".1");
+    std::ofstream("target") << "precious";
+    fs::create_hard_link("target", current);
+    ScopedProperty capture("ro.media.capture", "1");
+    const std::string kpi(150, 'k');
+    RunWithDeadline(std::chrono::seconds(30), [&] {
+        ServiceProbe& service = Start();
+        for (int i = 0; i < 10; ++i) {
+            service.WriteKpis(String8((kpi + std::to_string(i)).c_str()));
+        }
+        EXPECT_TRUE(Eventually([&] {
+            const Json::Value stats = StatsOf(service)["capture"];
+            return stats["path_replaced"] == 1 && stats["rename_failures"].asInt() >= 1;
+        }));
+        Stop();
+        fs::remove(current);
+        ASSERT_EQ(mkfifo(current.c_str(), 0600), 0);
+        Start().WriteKpis(String8("after a FIFO"));
+        Stop();
+    });
+    EXPECT_EQ(ReadFile("target"), "precious");
+    EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(current)));
+    EXPECT_EQ(fs::hard_link_count(current), 1u);
+    EXPECT_NE(ReadFile(current).find("WriteKpis s8 \"after a FIFO\"\n"), std::string::npos)
+            << ReadFile(current);
 }
 
 // Drops the last reference to probe on another thread while the worker waits

@@ -235,19 +235,19 @@ WriterStats MediaLogBase::StatsHolding(size_t records, size_t cap, size_t bytes,
 }
 
 int MediaLogBase::OpenRecordPath(const char* path, int flags, mode_t mode) {
-    const OwnFile file = OpenOwnFile(path, flags, mode);
-    if (file.replaced) {
+    OwnFileFound found;
+    const int fd = OpenOwnFile(path, flags, mode, &found);
+    if (found == OwnFileFound::REPLACED) {
         mCounters.ReplacedPath();
         ALOG_LIMITED(mRecordPathLog, ANDROID_LOG_WARN,
                      "record file %s was not a file of ours: replaced", path);
-    }
-    if (file.skipped) {
+    } else if (found == OwnFileFound::NOT_REPLACEABLE) {
         mCounters.SkippedPath();
         ALOG_LIMITED(mRecordPathLog, ANDROID_LOG_ERROR,
                      "record file %s is not a file of ours and cannot be replaced: skipped",
                      path);
     }
-    return file.fd;
+    return fd;
 }
 
 void MediaLogBase::AdvanceLastSendTime() {

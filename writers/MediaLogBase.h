@@ -140,10 +140,8 @@ protected:
     // The counters with what the writer holds now; the caller holds its mutex.
     WriterStats StatsHolding(size_t records, size_t cap, size_t bytes = 0,
                              size_t byteLimit = 0) const;
-    // Opens a record file (open(2)'s flags and mode) only as a regular file of
-    // its own: whatever else sits at path (a link, a FIFO, a socket, a second
-    // name of another file) is removed and the open tried once more; what
-    // cannot be removed (a folder) leaves the file skipped. -1 when skipped.
+    // Opens a record file as OpenOwnFile does (open(2)'s flags and mode),
+    // counting and logging what it replaced or had to skip. -1 when skipped.
     int OpenRecordPath(const char* path, int flags, mode_t mode);
     // The lock that guards the writer's records (mLock unless it has its own).
     virtual Mutex& WriterLock() { return mLock; }

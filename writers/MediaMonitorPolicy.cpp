@@ -1,4 +1,5 @@
 #define LOG_TAG "Vymedia_monitor"
+#define ATRACE_TAG ATRACE_TAG_AUDIO
 
 #include "writers/MediaMonitorPolicy.h"
 
@@ -6,6 +7,7 @@
 
 #include <log/log.h>
 #include <utils/Timers.h>
+#include <utils/Trace.h>
 
 namespace android {
 
@@ -44,6 +46,7 @@ bool MediaMonitorPolicy::TriggerLogSendPolicy(const sp<MediaLogBase>& writer) {
     if (writer->mDebuggable) {
         ALOGD("MediaMonitorPolicy::DoSendMediaLog");
     }
+    ATRACE_NAME("Vymedia.monitor upload");
     return writer->DoSendMediaLog();
 }
 

@@ -11,28 +11,31 @@
 
 namespace android {
 
-OwnFile OpenOwnFile(const char* path, int flags, mode_t mode) {
-    OwnFile result;
+int OpenOwnFile(const char* path, int flags, mode_t mode, OwnFileFound* found) {
+    *found = OwnFileFound::OURS;
     for (bool retried = false;; retried = true) {
-        const int fd = open(path, (flags & ~O_TRUNC) | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, mode);
+        // Once something was removed, only a file created now is ours.
+        const int fd = open(path,
+                            (flags & ~O_TRUNC) | (retried ? O_EXCL : 0) | O_NOFOLLOW | O_NONBLOCK |
+                                    O_CLOEXEC,
+                            mode);
         if (fd >= 0) {
             struct stat st;
             if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_nlink == 1) {
                 if ((flags & O_TRUNC) != 0 && ftruncate(fd, 0) != 0) {
                     ALOGW("cannot empty record file %s, err: %d", path, errno);
                 }
-                result.fd = fd;
-                return result;
+                return fd;
             }
             close(fd);
         } else if (errno != ELOOP && errno != ENXIO && errno != EISDIR) {
-            return result;  // a missing file or folder, say: nothing was planted
+            return -1;  // a missing folder, say: nothing was planted
         }
         if (retried || unlink(path) != 0) {
-            result.skipped = true;
-            return result;
+            *found = OwnFileFound::NOT_REPLACEABLE;
+            return -1;
         }
-        result.replaced = true;
+        *found = OwnFileFound::REPLACED;
     }
 }
 

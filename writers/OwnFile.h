@@ -1,6 +1,7 @@
-// Opening a file the service writes and reads back, at a path that anyone
-// with access to the folder may have planted something at: only a regular
-// file with one link is ours. Thread-safe; takes no lock.
+// Opening a file that the service writes as its own (a record file, the
+// call capture): never through a link, never waiting on a FIFO, and only a
+// regular file with one name; whatever else sits at the path is removed and
+// the file created afresh. Any thread; no state.
 #ifndef VYMM_WRITERS_OWN_FILE_H
 #define VYMM_WRITERS_OWN_FILE_H
 
@@ -8,17 +9,17 @@
 
 namespace android {
 
-struct OwnFile {
-    int fd = -1;            // -1 when the path was skipped or could not be opened
-    bool replaced = false;  // something else sat at the path and was removed
-    bool skipped = false;   // ... and could not be removed (a folder, say)
+// What OpenOwnFile found at the path.
+enum class OwnFileFound {
+    OURS,             // the file, or nothing: it was opened or created
+    REPLACED,         // something else (a link, a FIFO, a second name), removed
+    NOT_REPLACEABLE,  // something else that could not be removed (a folder)
 };
 
-// Opens path (open(2)'s flags and mode) without following a link or waiting
-// on a FIFO. Whatever is not a regular file of one link is removed and the
-// open tried once more. O_TRUNC empties the file only once it is known to be
-// ours, so that a second name of another file cannot have it emptied.
-OwnFile OpenOwnFile(const char* path, int flags, mode_t mode);
+// open(2)'s flags (with O_CREAT) and mode; O_TRUNC empties the file only
+// once it is known to be ours, so that a second name of another file
+// cannot have it emptied. -1 when the file cannot be opened.
+int OpenOwnFile(const char* path, int flags, mode_t mode, OwnFileFound* found);
 
 }  // namespace android
 

@@ -161,16 +161,17 @@ WriterStore::Contents WriterStore::Load() {
 }
 
 bool WriterStore::ReadSnapshot(Contents* contents) {
-    const OwnFile file = OpenOwnFile(mSnapshotPath.c_str(), O_RDONLY, 0);
-    if (file.replaced) {
+    OwnFileFound found;
+    const int fd = OpenOwnFile(mSnapshotPath.c_str(), O_RDONLY, 0, &found);
+    if (found == OwnFileFound::REPLACED) {
         ALOGW("state file %s was not a file of ours: removed", mSnapshotPath.c_str());
     }
-    if (file.fd < 0) {
+    if (fd < 0) {
         return false;
     }
     std::string bytes;
-    const bool read = ReadBounded(file.fd, kSnapshotHeader + MAX_SNAPSHOT_BYTES + 1, &bytes);
-    close(file.fd);
+    const bool read = ReadBounded(fd, kSnapshotHeader + MAX_SNAPSHOT_BYTES + 1, &bytes);
+    close(fd);
     if (!read) {
         return false;
     }
@@ -208,11 +209,11 @@ void WriterStore::LoadJournal(Contents* contents) {
 }
 
 void WriterStore::OpenJournal() {
-    const OwnFile file = OpenOwnFile(mJournalPath.c_str(), O_RDWR | O_CREAT | O_APPEND, 0600);
-    if (file.replaced) {
+    OwnFileFound found;
+    mJournalFd = OpenOwnFile(mJournalPath.c_str(), O_RDWR | O_CREAT | O_APPEND, 0600, &found);
+    if (found == OwnFileFound::REPLACED) {
         ALOGW("state file %s was not a file of ours: replaced", mJournalPath.c_str());
     }
-    mJournalFd = file.fd;
     if (mJournalFd < 0) {
         Failed("open", mJournalPath);
     }
@@ -309,15 +310,16 @@ bool WriterStore::Append(const std::string& framedOperations) {
 bool WriterStore::WriteSnapshot(const std::string& payload) {
     const uint32_t gen = mGeneration + 1;
     const std::string temp = mSnapshotPath + ".tmp";
-    const OwnFile file = OpenOwnFile(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    if (file.fd < 0) {
+    OwnFileFound found;
+    const int fd = OpenOwnFile(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600, &found);
+    if (fd < 0) {
         Failed("create", temp);
         return false;
     }
     const std::string bytes = FormatSnapshot(gen, payload);
-    const bool written = WriteAll(file.fd, bytes) == static_cast<ssize_t>(bytes.size()) &&
-                         mOps->Sync(file.fd) == 0;
-    close(file.fd);
+    const bool written =
+            WriteAll(fd, bytes) == static_cast<ssize_t>(bytes.size()) && mOps->Sync(fd) == 0;
+    close(fd);
     if (!written || mOps->Rename(temp.c_str(), mSnapshotPath.c_str()) != 0) {
         Failed("write", temp);
         unlink(temp.c_str());

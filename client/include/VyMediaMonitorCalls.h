@@ -8,6 +8,7 @@
 
 #include <stdint.h>
 
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -39,10 +40,52 @@ struct Operation {
     void (*invoke)(android::IVyMediaMonitorService& service, const std::vector<TypedArg>& args);
 };
 
+// The operations' names by number - 1; overloads share one.
+constexpr const char* kOperationNames[] = {
+        "ForceLogSend",           "WriteLogMsg",        "WriteMediaBigData",
+        "WriteLogMsg",            "WriteLogMsg",        "WriteKpis",
+        "WriteBigData",           "WriteBigData",       "WriteBigData",
+        "WriteBigData",           "WriteBigData",       "WriteBigData",
+        "WriteBigData",           "WriteBigData",       "WriteBigData",
+        "WriteBigData",           "MonitorSetForceUse", "MonitorBroadcastStream",
+        "MonitorBroadcastDevice", "MonitorVolumeIndex", "MonitorPlayingApp",
+};
+static_assert(std::size(kOperationNames) ==
+                      android::IVyMediaMonitorService::LAST_OPERATION -
+                              android::IVyMediaMonitorService::FORCE_LOG_SEND + 1,
+              "one name per operation of the interface");
+
+// The service's event types by number, as the statistics name them; 0 is
+// any type outside 1 to 21. The service ties the size to its last type.
+constexpr const char* kEventTypeNames[] = {
+        "other",
+        "log_msg",
+        "bd_flow_msg",
+        "bd_count_msg",
+        "bd_flow_count_msg",
+        "bd_write_files",
+        "write_check",
+        "exception",
+        "exception_ext",
+        "kpi",
+        "bigdata",
+        "bigdata_string",
+        "bigdata_output_device",
+        "bigdata_pkg",
+        "bigdata_pkg_type",
+        "bigdata_play_status",
+        "force_send",
+        "bigdata_recording",
+        "bigdata_dual_bluetooth",
+        "video_bigdata",
+        "video_codec_error",
+        "video_caton_vague",
+};
+
 // The longest pause one trace line may ask for: a day.
 constexpr int64_t kMaxSleepMs = 24LL * 3600 * 1000;
 
-// The 21 operations in order.
+// The 21 operations in order, named from kOperationNames.
 const std::vector<Operation>& Operations();
 
 // text as one word that a trace reads back identical: as it is when it is
