@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -94,6 +95,15 @@ Json::Value QueueToJson(const MonitorStats& stats) {
     queue["dropped"]["queue_full"] = Number(stats.droppedFull);
     queue["dropped"]["byte_limit"] = Number(stats.droppedBytes);
     queue["dropped"]["no_worker"] = Number(stats.droppedNoWorker);
+    // Calls dropped before sending, per calling uid.
+    Json::Value& beforeSending = queue["dropped"]["before_sending"] = Json::objectValue;
+    for (size_t i = 0; i < stats.droppedBeforeSendingUids; ++i) {
+        const ClientDrops& drops = stats.droppedBeforeSending[i];
+        beforeSending["uid_" + std::to_string(drops.uid)] = Number(drops.calls);
+    }
+    if (stats.droppedBeforeSendingOtherUids > 0) {
+        beforeSending["other_uids"] = Number(stats.droppedBeforeSendingOtherUids);
+    }
     queue["depth"] = Number(stats.depth);
     queue["high_water"] = Number(stats.highWater);
     queue["limit"] = Number(stats.limit);

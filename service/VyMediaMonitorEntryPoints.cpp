@@ -4,6 +4,7 @@
 
 #include "service/VyMediaMonitorService.h"
 
+#include <algorithm>
 #include <iterator>
 
 #include <binder/IPCThreadState.h>
@@ -245,6 +246,12 @@ status_t VyMediaMonitorService::dump(int fd, const Vector<String16>& args) {
 
 status_t VyMediaMonitorService::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                            uint32_t flags) {
+    if (code == DROPPED_CALLS_TRANSACTION) {
+        const int32_t calls = data.readInt32();
+        mCallCounters.DroppedBeforeSending(IPCThreadState::self()->getCallingUid(),
+                                           static_cast<uint64_t>(std::max(calls, 0)));
+        return NO_ERROR;
+    }
     if (code >= FORCE_LOG_SEND && code <= LAST_OPERATION) {
         mCallCounters.Called(code - FORCE_LOG_SEND);
     }
