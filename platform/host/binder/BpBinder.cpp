@@ -464,11 +464,11 @@ void BpBinder::connectionLost(const std::shared_ptr<ProcessFd>& conn) {
 }
 
 bool BpBinder::sendFailed() {
-    if (++mSendFailures < MAX_ATTEMPTS) {
+    if (++mSendFailures < MAX_SEND_FAILURES) {
         return false;
     }
     ALOGE("one-way calls to %s cannot be sent after %d tries: dropping %zu", mName.c_str(),
-          MAX_ATTEMPTS, mPending.size());
+          MAX_SEND_FAILURES, mPending.size());
     dropPending();
     return true;
 }

@@ -26,8 +26,8 @@
 // behind them and waits for its answer.
 //
 // Example: a codec thread sends 2000 calls while the service is stopped.
-// The first few hundred fill the socket; the rest, some 120 KiB, wait in
-// this proxy and the call returns NO_ERROR each time. The proxy hands
+// The first few hundred fill the socket; the rest wait in this proxy
+// (under 200 KiB with their bookkeeping) and each call returns NO_ERROR. The proxy hands
 // itself to the sender thread, which polls the socket for room. When the
 // service reads again, the sender writes up to MAX_SEND_FRAMES queued
 // calls with each sendmsg until the queue is empty, then lets the proxy
@@ -36,6 +36,11 @@
 // lets go is kept by the sender until its queue is out, or
 // CLOSED_FLUSH_TIMEOUT_MS without room; a process that exits normally waits
 // up to EXIT_FLUSH_TIMEOUT_MS for every queue to go out.
+//
+// When the service closes the one-way connection, the queue goes on a new
+// one, a frame cut short again from its start; what went whole on the old
+// one is the service's to run. The sender gives up, counting the calls as
+// refused, once nothing listens or after MAX_SEND_FAILURES tries.
 //
 // A one-way call that passes descriptors is sent only when the queue is
 // empty and the socket takes its first bytes; otherwise it is refused and
@@ -87,6 +92,9 @@ public:
     // Queued calls written by one sendmsg, and sendmsgs by one flush.
     static constexpr size_t MAX_SEND_FRAMES = 256;
     static constexpr int FLUSH_ROUNDS = 8;
+    // Failed tries of the sender thread in a row (OnewaySender::RETRY_MS
+    // apart, some 10 s) before it drops the queue, counting its calls.
+    static constexpr int MAX_SEND_FAILURES = 1000;
 
 private:
     friend class HostServiceManager;
