@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <new>
 #include <thread>
 
 #include <log/log.h>
@@ -65,8 +64,10 @@ void OnewaySender::AfterForkInChild() {
     }
     sender.mOwner = 0;
     sender.mHeld = 0;
-    // The parent's proxies, released without running anything of theirs here.
-    new (&sender.mIncoming) std::vector<sp<BpBinder>>();
+    // The parent's proxies, kept without running anything of theirs here.
+    static auto* const inherited = new std::vector<std::vector<sp<BpBinder>>>;
+    inherited->push_back(std::move(sender.mIncoming));
+    sender.mIncoming.clear();
     sender.mLock.unlock();
 }
 
