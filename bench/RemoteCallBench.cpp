@@ -4,6 +4,10 @@
 // - a one-way call's cost at the caller against a bare send of its bytes;
 // - one-way against two-way throughput into the service with its worker
 //   draining, counting that the service received every call sent;
+// - bursts of one-way calls far above what the socket holds: the calls
+//   refused, and the caller's cost against a bare send of the same bytes;
+// - one-way throughput in such bursts, every call counted as queued by the
+//   service;
 // - a one-way caller's p99 while the worker is in an upload at 1 ms a send,
 //   against its p99 with the worker idle.
 //
@@ -58,6 +62,8 @@ constexpr int kCallsPerThread = 200;
 // One-way calls between two waits for the service: fewer than its queue
 // (512 events) and than a socket buffer holds.
 constexpr int kOnewayBatch = 150;
+// A device driver's burst: far above what a socket holds.
+constexpr int kBurst = 2000;
 constexpr auto kTimeout = std::chrono::seconds(30);
 // The paced caller, as in service_bench: one call each period, 15 ms of
 // them within an upload of the 21 ids at 1 ms a send.
@@ -141,8 +147,13 @@ protected:
     status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                         uint32_t flags) override {
         switch (code) {
-            case RECEIVED:
-                return reply->writeInt64(mReceived);
+            case RECEIVED: {
+                // The calls received, and those the service's queue dropped.
+                const android::MonitorStats stats = GetStats();
+                reply->writeInt64(mReceived);
+                return reply->writeInt64(static_cast<int64_t>(stats.droppedFull +
+                                                              stats.droppedBytes));
+            }
             case UPLOAD:
                 return StartUpload() ? android::NO_ERROR : android::TIMED_OUT;
             case UPLOADED:
@@ -272,9 +283,20 @@ Clock::duration RunOnThreads(int threads, const std::function<void(int)>& body) 
 
 status_t Control(uint32_t code, Parcel* reply) { return gBinder->transact(code, Parcel(), reply); }
 
-int64_t Received() {
+// The calls the service received and those its queue dropped.
+struct Received {
+    int64_t calls = -1;
+    int64_t dropped = -1;
+};
+
+Received ReceivedNow() {
     Parcel reply;
-    return Control(RECEIVED, &reply) == android::NO_ERROR ? reply.readInt64() : -1;
+    Received received;
+    if (Control(RECEIVED, &reply) == android::NO_ERROR) {
+        received.calls = reply.readInt64();
+        received.dropped = reply.readInt64();
+    }
+    return received;
 }
 
 // Two-way calls, each sent by hand with the operation's bytes.
@@ -379,7 +401,7 @@ void BM_OneWayThroughput(benchmark::State& state) {
     }
     Parcel data;
     WriteCall(&data);
-    const int64_t receivedBefore = Received();
+    const int64_t receivedBefore = ReceivedNow().calls;
     int64_t sent = 0;
     int64_t twoWay = 0;
     Clock::duration onewayTime{};
@@ -409,9 +431,86 @@ void BM_OneWayThroughput(benchmark::State& state) {
     state.counters["sent"] = static_cast<double>(sent);
     // Every call sent, one-way or two-way, reached the service.
     state.counters["not_received"] =
-            static_cast<double>(sent + twoWay - (Received() - receivedBefore));
+            static_cast<double>(sent + twoWay - (ReceivedNow().calls - receivedBefore));
 }
 BENCHMARK(BM_OneWayThroughput)->UseManualTime();
+
+// One burst of one-way calls from this thread; the calls refused.
+int OnewayBurst(const Parcel& data) {
+    int refused = 0;
+    for (int i = 0; i < kBurst; ++i) {
+        refused += gBinder->transact(IVyMediaMonitorService::WRITE_BIG_DATA_S_I_I, data, nullptr,
+                                     IBinder::FLAG_ONEWAY) != android::NO_ERROR;
+    }
+    return refused;
+}
+
+// The caller's cost over a burst, against a bare send of the same bytes in
+// a burst; the service is waited for between bursts, untimed.
+void BM_OneWayBurst(benchmark::State& state) {
+    if (!Usable(state)) {
+        return;
+    }
+    Parcel data;
+    WriteCall(&data);
+    const std::vector<char> request(gBytes.request);
+    int64_t refused = 0;
+    Clock::duration callTime{};
+    Clock::duration sendTime{};
+    for (auto _ : state) {
+        Clock::time_point start = Clock::now();
+        refused += OnewayBurst(data);
+        const Clock::duration call = Clock::now() - start;
+        gBinder->pingBinder();
+        start = Clock::now();
+        for (int i = 0; i < kBurst; ++i) {
+            (void)!send(gSinkSocket, request.data(), request.size(), MSG_NOSIGNAL);
+        }
+        sendTime += Clock::now() - start;
+        state.SetIterationTime(Seconds(call));
+        callTime += call;
+    }
+    if (!StillAlive(state)) {
+        return;
+    }
+    const double calls = static_cast<double>(state.iterations()) * kBurst;
+    state.counters["refused"] = static_cast<double>(refused);
+    state.counters["call_ns"] = Nanos(callTime) / calls;
+    state.counters["send_ns"] = Nanos(sendTime) / calls;
+    state.counters["x_send"] = Nanos(callTime) / Nanos(sendTime);
+}
+BENCHMARK(BM_OneWayBurst)->UseManualTime();
+
+// Bursts through to the service: each timed until the service ran it (a
+// ping); every call must be received and none dropped by its queue.
+void BM_OneWayBurstThroughput(benchmark::State& state) {
+    if (!Usable(state)) {
+        return;
+    }
+    Parcel data;
+    WriteCall(&data);
+    const Received before = ReceivedNow();
+    int64_t refused = 0;
+    Clock::duration time{};
+    for (auto _ : state) {
+        const Clock::time_point start = Clock::now();
+        refused += OnewayBurst(data);
+        gBinder->pingBinder();
+        time += Clock::now() - start;
+        state.SetIterationTime(Seconds(Clock::now() - start));
+    }
+    if (!StillAlive(state)) {
+        return;
+    }
+    const Received after = ReceivedNow();
+    const double calls = static_cast<double>(state.iterations()) * kBurst;
+    state.counters["calls_per_s"] = calls / Seconds(time);
+    state.counters["refused"] = static_cast<double>(refused);
+    state.counters["not_received"] = calls - static_cast<double>(refused) -
+                                     static_cast<double>(after.calls - before.calls);
+    state.counters["queue_dropped"] = static_cast<double>(after.dropped - before.dropped);
+}
+BENCHMARK(BM_OneWayBurstThroughput)->UseManualTime();
 
 // Calls while more(), one per period; appends each call's latency.
 template <typename More>

@@ -13,6 +13,8 @@
 
 #include <VyMediaMonitorCalls.h>
 
+#include <utils/Mutex.h>
+
 #include "report/VexelProxy.h"
 #include "writers/StatCounter.h"
 #include "writers/WriterStats.h"
@@ -25,6 +27,16 @@ constexpr size_t MONITOR_EVENT_TYPES = std::size(vymm::kEventTypeNames);
 // In the order of the plain dump: exception log, flow file, count file,
 // exception, KPI, big data.
 constexpr size_t MONITOR_WRITERS = 6;
+// Calling uids whose calls dropped before sending are kept apart; the
+// calls of more uids are counted together (16 bytes a uid).
+constexpr size_t MONITOR_CLIENT_DROP_UIDS = 16;
+
+// One-way calls that a client process refused before sending them (its
+// queue to the service was full, or the service was gone), as it reported them.
+struct ClientDrops {
+    int32_t uid;
+    uint64_t calls;
+};
 
 inline size_t EventTypeSlot(int32_t type) {
     return type >= 1 && static_cast<size_t>(type) < MONITOR_EVENT_TYPES
@@ -49,6 +61,9 @@ struct MonitorStats {
     uint64_t droppedBytes = 0;
     uint64_t droppedNoWorker = 0;
     uint64_t droppedByAudioFilter = 0;  // MUTE/LOW reports the audio state did not call for
+    ClientDrops droppedBeforeSending[MONITOR_CLIENT_DROP_UIDS] = {};
+    size_t droppedBeforeSendingUids = 0;  // entries used, in order of first report
+    uint64_t droppedBeforeSendingOtherUids = 0;
     uint64_t depth = 0;
     uint64_t highWater = 0;
     uint64_t limit = 0;
@@ -80,11 +95,13 @@ public:
     }
     void DroppedNoWorker() { mDroppedNoWorker.Add(); }
     void DroppedByAudioFilter() { mDroppedByAudioFilter.Add(); }
+    // A client's report of calls it dropped before sending.
+    void DroppedBeforeSending(int uid, uint64_t calls) EXCLUDES(mClientDropsLock);
     void DumpGivenUp() { mDumpsGivenUp.Add(); }
     void DumpBusy() { mDumpsBusy.Add(); }
 
-    void CopyTo(MonitorStats* stats) const;
-    void Reset();
+    void CopyTo(MonitorStats* stats) const EXCLUDES(mClientDropsLock);
+    void Reset() EXCLUDES(mClientDropsLock);
 
 private:
     // uid and pid in one word, so that a dump never pairs one caller's uid
@@ -100,6 +117,11 @@ private:
     StatCounter mDumpsGivenUp;
     StatCounter mDumpsBusy;
     std::atomic<uint64_t> mLastRefused{~uint64_t{0}};
+    // Reports are rare: one per burst of refusals in a client.
+    mutable Mutex mClientDropsLock;
+    ClientDrops mClientDrops[MONITOR_CLIENT_DROP_UIDS] GUARDED_BY(mClientDropsLock) = {};
+    size_t mClientDropUids GUARDED_BY(mClientDropsLock) = 0;
+    uint64_t mClientDropsOtherUids GUARDED_BY(mClientDropsLock) = 0;
 };
 
 }  // namespace android

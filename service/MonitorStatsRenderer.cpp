@@ -4,6 +4,8 @@
 #include <stdio.h>
 
 #include <algorithm>
+#include <iterator>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -132,6 +134,16 @@ Part Queue(const MonitorStats& stats, Part part) {
             .Count("byte_limit", stats.droppedBytes)
             .Count("no_worker", stats.droppedNoWorker)
             .Count("audio_filter", stats.droppedByAudioFilter);
+    // Calls the clients dropped before sending, per calling uid.
+    Part beforeSending = part.New();
+    for (size_t i = 0; i < stats.droppedBeforeSendingUids; ++i) {
+        const ClientDrops& drops = stats.droppedBeforeSending[i];
+        beforeSending.Count("uid_" + std::to_string(drops.uid), drops.calls);
+    }
+    if (stats.droppedBeforeSendingOtherUids > 0) {
+        beforeSending.Count("other_uids", stats.droppedBeforeSendingOtherUids);
+    }
+    dropped.Nested("before_sending", beforeSending);
     return part.Nested("queued", queued)
             .Nested("dropped", dropped)
             .Count("depth", stats.depth)

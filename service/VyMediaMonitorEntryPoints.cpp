@@ -4,6 +4,7 @@
 
 #include "service/VyMediaMonitorService.h"
 
+#include <algorithm>
 #include <iterator>
 
 #include <binder/IPCThreadState.h>
@@ -16,6 +17,11 @@
 namespace android {
 
 namespace {
+
+// What the host's Binder runtime sends ahead of a client's next call: the
+// one-way calls that the client refused before sending them, as an int32.
+// Never sent on a device.
+constexpr uint32_t kDroppedCallsTransaction = B_PACK_CHARS('_', 'D', 'R', 'P');
 
 // Uids AID_AUDIO to AID_MEDIA_CODEC, one bit each from AID_AUDIO upwards.
 constexpr uint32_t kFirstAllowedUid = AID_AUDIO;
@@ -254,6 +260,12 @@ status_t VyMediaMonitorService::dump(int fd, const Vector<String16>& args) {
 
 status_t VyMediaMonitorService::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                            uint32_t flags) {
+    if (code == kDroppedCallsTransaction) {
+        const int32_t calls = data.readInt32();
+        mCallCounters.DroppedBeforeSending(IPCThreadState::self()->getCallingUid(),
+                                           static_cast<uint64_t>(std::max(calls, 0)));
+        return NO_ERROR;
+    }
     if (code >= FORCE_LOG_SEND && code <= LAST_OPERATION) {
         mCallCounters.Called(code - FORCE_LOG_SEND);
     }

@@ -4,6 +4,8 @@
 
 #include <time.h>
 
+#include <algorithm>
+#include <iterator>
 #include <string>
 
 #include "service/MonitorStatsRenderer.h"
@@ -60,6 +62,22 @@ DumpRequest ParseDumpArgs(const Vector<String16>& args) {
 
 }  // namespace
 
+void CallCounters::DroppedBeforeSending(int uid, uint64_t calls) {
+    Mutex::Autolock lock(mClientDropsLock);
+    ClientDrops* const end = mClientDrops + mClientDropUids;
+    ClientDrops* entry =
+            std::find_if(mClientDrops, end, [uid](const ClientDrops& e) { return e.uid == uid; });
+    if (entry == end) {
+        if (mClientDropUids == MONITOR_CLIENT_DROP_UIDS) {
+            mClientDropsOtherUids += calls;
+            return;
+        }
+        *entry = {uid, 0};
+        ++mClientDropUids;
+    }
+    entry->calls += calls;
+}
+
 void CallCounters::CopyTo(MonitorStats* stats) const {
     for (size_t i = 0; i < MONITOR_OPERATIONS; ++i) {
         stats->calls[i] = mCalls[i].Get();
@@ -72,6 +90,10 @@ void CallCounters::CopyTo(MonitorStats* stats) const {
     stats->droppedByAudioFilter = mDroppedByAudioFilter.Get();
     stats->dumpsGivenUp = mDumpsGivenUp.Get();
     stats->dumpsBusy = mDumpsBusy.Get();
+    Mutex::Autolock lock(mClientDropsLock);
+    std::copy(mClientDrops, mClientDrops + mClientDropUids, stats->droppedBeforeSending);
+    stats->droppedBeforeSendingUids = mClientDropUids;
+    stats->droppedBeforeSendingOtherUids = mClientDropsOtherUids;
 }
 
 void CallCounters::Reset() {
@@ -84,6 +106,9 @@ void CallCounters::Reset() {
         counter->Reset();
     }
     mLastRefused.store(~uint64_t{0}, std::memory_order_relaxed);
+    Mutex::Autolock lock(mClientDropsLock);
+    mClientDropUids = 0;
+    mClientDropsOtherUids = 0;
 }
 
 MonitorStats VyMediaMonitorService::GetStats() {

@@ -1,5 +1,7 @@
 // How the runtime holds up under many clients: excess load waits, idle
-// connections make room, and a proxy dies only with its service.
+// connections make room, one-way bursts are queued, and a proxy dies only
+// with its service.
+#include <signal.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -14,6 +16,7 @@
 #include <vector>
 
 #include <binder/IServiceManager.h>
+#include <binder/Parcel.h>
 #include <binder/ProcessState.h>
 #include <gtest/gtest.h>
 
@@ -201,6 +204,55 @@ TEST_F(BinderConnectionsTest, AWithdrawalRunsWhatAConnectionBeingAcceptedSent) {
     }
     EXPECT_EQ(withdrawn.get(), kCalls);
     BinderPool::sAcceptHook = nullptr;
+// A burst far above what the socket holds, while the service's process is
+// stopped: every call is queued without waiting, and all arrive in order
+// once it runs again, with no further call to push them.
+TEST(OnewayQueueTest, ABurstAgainstAStoppedServiceArrivesWholeAndInOrder) {
+    // Each send takes far more of the socket's buffer than its 24 bytes:
+    // the socket holds a few hundred of them.
+    constexpr int kBurst = 5000;
+    const ScopedBinderDir dir;
+    ChildProcess service(Peer());
+    ASSERT_EQ(service.Ask("publish echo"), "0");
+    const sp<IBinder> echo = defaultServiceManager()->getService(String16("echo"));
+    ASSERT_NE(echo, nullptr);
+    const auto counts = [&] {
+        Parcel reply;
+        EXPECT_EQ(echo->transact(EchoBinder::COUNTS, Parcel(), &reply), NO_ERROR);
+        const int32_t answered = reply.readInt32();
+        return std::to_string(answered) + " " + std::to_string(reply.readInt32());
+    };
+    ASSERT_EQ(counts(), "0 0");
+
+    ASSERT_EQ(kill(service.pid(), SIGSTOP), 0);
+    std::future<int> burst = std::async(std::launch::async, [&] {
+        int refused = 0;
+        for (int32_t number = 1; number <= kBurst; ++number) {
+            Parcel data;
+            data.writeInt32(number);
+            refused += echo->transact(EchoBinder::ECHO, data, nullptr, IBinder::FLAG_ONEWAY) !=
+                       NO_ERROR;
+        }
+        return refused;
+    });
+    const bool returned = burst.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+    kill(service.pid(), SIGCONT);
+    ASSERT_TRUE(returned) << "the caller waited for the stopped service";
+    EXPECT_EQ(burst.get(), 0);
+
+    // The sender thread alone writes the queue out: wait for the last call.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    const base::unique_fd raw = RawConnect(dir.path(), "echo");
+    std::string seen;
+    while ((seen = [&] {
+               SendHeader(raw.get(), Request(EchoBinder::COUNTS));
+               return ReadReply(raw.get());
+           }()) != "0 " + std::to_string(kBurst) + " 0" &&
+           std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(seen, "0 " + std::to_string(kBurst) + " 0");
+    EXPECT_EQ(counts(), std::to_string(kBurst) + " 0");
 }
 
 }  // namespace

@@ -23,6 +23,7 @@
 #include <IVyMediaMonitorService.h>
 #include <android-base/unique_fd.h>
 #include <binder/IServiceManager.h>
+#include <binder/Parcel.h>
 #include <gtest/gtest.h>
 #include <json/reader.h>
 
@@ -253,6 +254,48 @@ TEST(ToolsEndToEndTest, ACapturedRunReplayedIntoAnotherHostUploadsTheSame) {
     EXPECT_TRUE(Contains(first, "916600009 TIME PARAMETER=\"F:0 S:8 D:2\"")) << first;
     EXPECT_EQ(first, second);
     EXPECT_NE(access("second/data/log/mediaCapture.trace", F_OK), 0) << "off unless asked for";
+}
+
+// A client that refuses calls while the host is stopped (its queue to the
+// service full) reports them with its next call, and `vymm stats` shows them.
+TEST(ToolsEndToEndTest, CallsRefusedBeforeSendingShowInStats) {
+    constexpr int kRefused = 10;
+    TempWorkDir root;
+    ScopedBinderDir binderDir;
+    WriteFile("test.prop", "ro.media.debuggable=true\n");
+    ChildProcess host({VYMM_HOST, "--root", root.path(), "--props", "test.prop"}, -1,
+                      kDeadlineMs, true);
+    ASSERT_TRUE(host.WaitForLine("vymm-host: serving Vymedia.monitor")) << host.output();
+    const android::sp<android::IBinder> binder =
+            android::defaultServiceManager()->getService(android::String16(vymm::kServiceName));
+    ASSERT_NE(binder, nullptr);
+    android::Parcel data;
+    data.writeInterfaceToken(android::IVyMediaMonitorService::descriptor);
+    for (int32_t arg : {1, 5, 2}) {
+        data.writeInt32(arg);
+    }
+
+    ASSERT_EQ(kill(host.pid(), SIGSTOP), 0);
+    int refused = 0;
+    // The queue's bound holds some thousands of these.
+    for (int sent = 0; refused < kRefused && sent < 1000000; ++sent) {
+        refused += binder->transact(android::IVyMediaMonitorService::MONITOR_VOLUME_INDEX, data,
+                                    nullptr, android::IBinder::FLAG_ONEWAY) != android::NO_ERROR;
+    }
+    ASSERT_EQ(kill(host.pid(), SIGCONT), 0);
+    ASSERT_EQ(refused, kRefused);
+    ASSERT_EQ(binder->pingBinder(), android::NO_ERROR);
+
+    const std::string stats = RunTool({VYMM, "stats", "--json"});
+    ASSERT_EQ(stats.rfind("0|", 0), 0u) << stats;
+    Json::Value counted;
+    std::istringstream json(stats.substr(2));
+    ASSERT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), json, &counted, nullptr));
+    EXPECT_EQ(counted["queue"]["dropped"]["before_sending"]["uid_" + std::to_string(getuid())],
+              kRefused)
+            << stats;
+    EXPECT_EQ(kill(host.pid(), SIGTERM), 0);
+    EXPECT_EQ(host.Finish(), 0) << host.output();
 }
 
 // Kept for the host's shutdown on SIGTERM, which no single-line fault models.

@@ -12,6 +12,7 @@
 
 #include <IVyMediaMonitorService.h>
 #include <binder/Binder.h>
+#include <binder/BpBinder.h>
 #include <binder/IServiceManager.h>
 
 #include "tools/TextLines.h"
@@ -27,6 +28,9 @@ namespace {
 
 // The host runtime's folder when HOST_BINDER_DIR is not set.
 constexpr char kDefaultRuntimeFolder[] = "/tmp/host-binder";
+
+// How long a call waits for room in the queue to a service that is behind.
+constexpr int kRoomWaitMs = 10000;
 
 // Stands between an operation's proxy and the service to keep the status of
 // the transaction, which the interface's operations do not return.
@@ -240,6 +244,8 @@ sp<IBinder> FindService(int waitMs) {
         fprintf(stderr, "vymm: service %s not found in the runtime folder %s "
                 "(HOST_BINDER_DIR); is vymm-host running?\n",
                 kServiceName, RuntimeFolder().c_str());
+    } else if (android::BpBinder* proxy = binder->remoteBinder()) {
+        proxy->setOnewayRoomWait(kRoomWaitMs);
     }
     return binder;
 }
@@ -251,8 +257,13 @@ bool CallService(const sp<IBinder>& binder, const Operation& op,
     if (keeper->status() == android::NO_ERROR) {
         return true;
     }
-    fprintf(stderr, "%s%s not delivered (status %d)\n", where.c_str(), op.name,
-            keeper->status());
+    if (keeper->status() == android::WOULD_BLOCK) {
+        fprintf(stderr, "%s%s not delivered: the service took no call for %d s\n",
+                where.c_str(), op.name, kRoomWaitMs / 1000);
+    } else {
+        fprintf(stderr, "%s%s not delivered (status %d)\n", where.c_str(), op.name,
+                keeper->status());
+    }
     return false;
 }
 

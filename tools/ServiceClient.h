@@ -22,7 +22,8 @@ enum ExitStatus { EXIT_OK = 0, EXIT_UNREACHABLE = 1, EXIT_USAGE = 2 };
 std::string RuntimeFolder();
 
 // The service, or null (after saying where it looked on stderr). waitMs > 0
-// waits at least that long for it to be published.
+// waits at least that long for it to be published. A one-way call through
+// it waits up to 10 s for room when the service is behind.
 android::sp<android::IBinder> FindService(int waitMs);
 
 // Waits until the service has queued the calls made before through binder
@@ -32,7 +33,8 @@ android::sp<android::IBinder> FindService(int waitMs);
 bool StillReachable(const android::sp<android::IBinder>& binder);
 
 // Makes the call; false, after saying on stderr "<where>OP not delivered",
-// when the transport did not deliver it (too large, the service gone).
+// when the transport did not deliver it (too large, the service gone, or
+// no room for it within the wait).
 bool CallService(const android::sp<android::IBinder>& binder, const Operation& op,
                  const std::vector<TypedArg>& args, const std::string& where);
 

@@ -35,9 +35,12 @@
 #include "support/ChildProcess.h"
 
 // Answers its caller's uid and pid. Calls wait while the gate is closed.
+// Calls that carry an int32 are numbered: each should be the last one + 1.
 class EchoBinder : public android::BBinder {
 public:
     static constexpr uint32_t ECHO = FIRST_CALL_TRANSACTION;
+    // Answers the calls answered, and the numbered ones out of order.
+    static constexpr uint32_t COUNTS = FIRST_CALL_TRANSACTION + 1;
 
     void SetOpen(bool open) {
         std::lock_guard<std::mutex> lock(mMutex);
@@ -62,10 +65,20 @@ public:
 protected:
     android::status_t onTransact(uint32_t code, const android::Parcel& data,
                                  android::Parcel* reply, uint32_t flags) override {
+        if (code == COUNTS) {
+            std::lock_guard<std::mutex> lock(mMutex);
+            reply->writeInt32(mAnswered);
+            reply->writeInt32(mOutOfOrder);
+            return android::NO_ERROR;
+        }
         if (code != ECHO) {
             return BBinder::onTransact(code, data, reply, flags);
         }
         std::unique_lock<std::mutex> lock(mMutex);
+        if (int32_t number; data.readInt32(&number) == android::NO_ERROR) {
+            mOutOfOrder += number != mLastNumber + 1 ? 1 : 0;
+            mLastNumber = number;
+        }
         mMaxWaiting = std::max(mMaxWaiting, ++mWaiting);
         mChanged.notify_all();
         mChanged.wait(lock, [&] { return mOpen; });
@@ -84,6 +97,8 @@ private:
     int mWaiting = 0;
     int mMaxWaiting = 0;
     int mAnswered = 0;
+    int32_t mLastNumber = 0;
+    int mOutOfOrder = 0;
 };
 
 // A connection to service in folder, for speaking the frame format by

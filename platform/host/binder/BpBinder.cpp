@@ -10,11 +10,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <map>
 #include <thread>
 
 #include <binder/Parcel.h>
 #include <log/log.h>
 
+#include "OnewaySender.h"
 #include "ProcessFd.h"
 #include "RuntimeFolder.h"
 #include "Wire.h"
@@ -27,6 +29,67 @@ namespace {
 bool NothingListens(int err) { return err == ECONNREFUSED || err == ENOENT; }
 
 bool Again(int err) { return err == EAGAIN || err == EWOULDBLOCK; }
+
+// The one-way calls this process refused, by service name, until a request
+// to that service carries the count. Never destroyed; a forked child starts
+// from none. Bounded by the names the process made proxies for.
+class DroppedCalls {
+public:
+    static DroppedCalls& Get() {
+        static DroppedCalls* const gDropped = new DroppedCalls;
+        return *gDropped;
+    }
+
+    void Add(const std::string& name, uint64_t calls) {
+        if (calls == 0) {
+            return;
+        }
+        Mutex::Autolock lock(mLock);
+        forgetInherited();
+        mCounts[name] += calls;
+        mAny.store(true, std::memory_order_relaxed);
+    }
+    bool Pending(const std::string& name) {
+        if (!mAny.load(std::memory_order_relaxed)) {
+            return false;
+        }
+        Mutex::Autolock lock(mLock);
+        forgetInherited();
+        return mCounts.count(name) > 0;
+    }
+    // The count for name, at most what a report carries; 0 when none.
+    uint32_t Take(const std::string& name) {
+        if (!mAny.load(std::memory_order_relaxed)) {
+            return 0;
+        }
+        Mutex::Autolock lock(mLock);
+        forgetInherited();
+        const auto it = mCounts.find(name);
+        if (it == mCounts.end()) {
+            return 0;
+        }
+        const uint64_t taken = std::min<uint64_t>(it->second, INT32_MAX);
+        it->second -= taken;
+        if (it->second == 0) {
+            mCounts.erase(it);
+        }
+        mAny.store(!mCounts.empty(), std::memory_order_relaxed);
+        return static_cast<uint32_t>(taken);
+    }
+
+private:
+    void forgetInherited() REQUIRES(mLock) {
+        if (mOwner != getpid()) {
+            mOwner = getpid();
+            mCounts.clear();
+        }
+    }
+
+    Mutex mLock;
+    pid_t mOwner GUARDED_BY(mLock) = getpid();
+    std::map<std::string, uint64_t> mCounts GUARDED_BY(mLock);
+    std::atomic<bool> mAny{false};
+};
 
 void WaitFor(int fd, short events) {
     pollfd pfd = {fd, events, 0};
@@ -96,7 +159,7 @@ void BpBinder::putConnection(int fd) {
 
 status_t BpBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
     if (!mAlive) {
-        return DEAD_OBJECT;
+        return (flags & FLAG_ONEWAY) != 0 ? refuse(DEAD_OBJECT) : DEAD_OBJECT;
     }
     if (data.dataSize() > MAX_FRAME_DATA || data.objectsCount() > MAX_FRAME_FDS) {
         ALOGE("transaction %u to %s is too large", code, mName.c_str());
@@ -163,33 +226,296 @@ std::shared_ptr<ProcessFd> BpBinder::onewayConnection() {
     return mOneway;
 }
 
-status_t BpBinder::sendOneway(uint32_t code, const Parcel& data, uint32_t flags) {
+void BpBinder::setOnewayRoomWait(int ms) {
     Mutex::Autolock lock(mOnewayLock);
-    for (int attempt = 1;; ++attempt) {
+    mRoomWaitMs = ms;
+}
+
+status_t BpBinder::refuse(status_t status) {
+    DroppedCalls::Get().Add(mName, 1);
+    return status;
+}
+
+void BpBinder::forgetInheritedOneway() {
+    if (mPendingOwner == getpid()) {
+        return;
+    }
+    // The parent sends these; the child must not send them again.
+    mPendingOwner = getpid();
+    mPending.clear();
+    mPendingBytes = 0;
+    mWatched = false;
+    mSendFailures = 0;
+    mPing = NO_PING;
+    mPingConn.reset();
+}
+
+void BpBinder::attachDrops(PendingFrame* frame) {
+    const uint32_t drops = DroppedCalls::Get().Take(mName);
+    if (drops == 0) {
+        return;
+    }
+    Parcel count;
+    count.writeInt32(static_cast<int32_t>(drops));
+    const std::vector<uint8_t> report =
+            HostWire::EncodeFrame(DROPPED_CALLS_TRANSACTION, FLAG_ONEWAY, count);
+    frame->bytes.insert(frame->bytes.begin(), report.begin(), report.end());
+    frame->carriedDrops = drops;
+    frame->prefixBytes = report.size();
+}
+
+bool BpBinder::waitForRoom(size_t size) {
+    const auto fits = [&]() REQUIRES(mOnewayLock) {
+        return mPending.empty() ||
+               mPendingBytes + size + PENDING_FRAME_OVERHEAD <= MAX_PENDING_ONEWAY_BYTES;
+    };
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(mRoomWaitMs);
+    while (!fits()) {
+        const auto left = deadline - std::chrono::steady_clock::now();
+        if (left <= std::chrono::steady_clock::duration::zero()) {
+            return false;
+        }
+        mOnewayCond.waitRelative(mOnewayLock,
+                                 std::chrono::duration_cast<std::chrono::nanoseconds>(left).count());
+    }
+    return true;
+}
+
+status_t BpBinder::sendOneway(uint32_t code, const Parcel& data, uint32_t flags) {
+    if (data.objectsCount() > 0) {
+        return sendWithDescriptors(code, data, flags);
+    }
+    PendingFrame frame;
+    frame.bytes = HostWire::EncodeFrame(code, flags, data);
+    bool watchNow = false;
+    {
+        Mutex::Autolock lock(mOnewayLock);
+        forgetInheritedOneway();
+        attachDrops(&frame);
+        if (!waitForRoom(frame.bytes.size())) {
+            DroppedCalls::Get().Add(mName, frame.carriedDrops);
+            return refuse(WOULD_BLOCK);
+        }
+        const status_t status = submit(std::move(frame), &watchNow);
+        if (status != NO_ERROR) {
+            return refuse(status);
+        }
+        ++mOnewaySent;
+    }
+    if (watchNow) {
+        watch();
+    }
+    return NO_ERROR;
+}
+
+status_t BpBinder::sendWithDescriptors(uint32_t code, const Parcel& data, uint32_t flags) {
+    bool watchNow = false;
+    {
+        Mutex::Autolock lock(mOnewayLock);
+        forgetInheritedOneway();
+        // Descriptors go with a frame's first bytes, which must start a send.
+        if (!mPending.empty()) {
+            return refuse(WOULD_BLOCK);
+        }
         const std::shared_ptr<ProcessFd> conn = onewayConnection();
         if (conn == nullptr) {
-            return NothingListens(errno) ? died() : Again(errno) ? WOULD_BLOCK : FAILED_TRANSACTION;
+            return refuse(NothingListens(errno) ? died() : WOULD_BLOCK);
         }
         size_t size = 0;
         const ssize_t sent = HostWire::TrySendFrame(conn->get(), code, flags, data, &size);
-        if (sent >= 0 && static_cast<size_t>(sent) == size) {
-            ++mOnewaySent;
-            return NO_ERROR;
+        if (sent <= 0) {
+            if (sent < 0 && !Again(errno)) {
+                mOneway.reset();
+            }
+            return refuse(WOULD_BLOCK);
         }
-        const int err = sent < 0 ? errno : 0;
-        if (sent < 0 && Again(err)) {
-            return WOULD_BLOCK;
+        ++mOnewaySent;
+        if (static_cast<size_t>(sent) < size) {
+            PendingFrame rest;
+            rest.bytes = HostWire::EncodeFrame(code, flags, data);
+            rest.sent = static_cast<size_t>(sent);
+            watchNow = enqueue(std::move(rest));
         }
-        // Closed by the service, or holding part of a frame, which the
-        // service drops with the connection: never used again.
-        mOneway.reset();
-        if (sent < 0 && (err == EPIPE || err == ECONNRESET) && attempt == 1) {
-            continue;
-        }
-        ALOGE("one-way transaction %u to %s failed: %s", code, mName.c_str(),
-              sent < 0 ? strerror(err) : "sent in part");
-        return FAILED_TRANSACTION;
     }
+    if (watchNow) {
+        watch();
+    }
+    return NO_ERROR;
+}
+
+status_t BpBinder::submit(PendingFrame&& frame, bool* watchNow) {
+    *watchNow = false;
+    if (mPending.empty()) {
+        const std::shared_ptr<ProcessFd> conn = onewayConnection();
+        if (conn == nullptr && NothingListens(errno)) {
+            DroppedCalls::Get().Add(mName, frame.carriedDrops);
+            if (frame.ping) {
+                mPing = PING_LOST;
+            }
+            return died();
+        }
+        // Without a connection (a full backlog), the sender thread makes one.
+        if (conn != nullptr) {
+            ssize_t sent;
+            do {
+                sent = send(conn->get(), frame.bytes.data(), frame.bytes.size(),
+                            MSG_DONTWAIT | MSG_NOSIGNAL);
+            } while (sent < 0 && errno == EINTR);
+            if (sent >= 0 && static_cast<size_t>(sent) == frame.bytes.size()) {
+                if (frame.ping) {
+                    mPing = PING_SENT;
+                    mPingConn = conn;
+                }
+                return NO_ERROR;
+            }
+            if (sent < 0 && !Again(errno)) {
+                // Closed by the service: the sender thread sends on a new one.
+                mOneway.reset();
+            }
+            frame.sent = sent > 0 ? static_cast<size_t>(sent) : 0;
+        }
+    }
+    *watchNow = enqueue(std::move(frame));
+    return NO_ERROR;
+}
+
+bool BpBinder::enqueue(PendingFrame&& frame) {
+    mPendingBytes += frame.bytes.size() - frame.sent + PENDING_FRAME_OVERHEAD;
+    mPending.push_back(std::move(frame));
+    if (mWatched) {
+        return false;
+    }
+    mWatched = true;
+    return true;
+}
+
+void BpBinder::watch() { OnewaySender::Get().Watch(sp<BpBinder>(this)); }
+
+BpBinder::FlushResult BpBinder::flushPending(int* fd) {
+    iovec iov[MAX_SEND_FRAMES];
+    for (int round = 0; round < FLUSH_ROUNDS; ++round) {
+        std::shared_ptr<ProcessFd> conn;
+        msghdr msg = {};
+        {
+            Mutex::Autolock lock(mOnewayLock);
+            if (mPending.empty() || mPendingOwner != getpid()) {
+                mWatched = false;
+                return FLUSHED;
+            }
+            conn = onewayConnection();
+            if (conn == nullptr) {
+                if (NothingListens(errno)) {
+                    died();
+                    dropPending();
+                    return FLUSHED;
+                }
+                return sendFailed() ? FLUSHED : RETRY;
+            }
+            // Frames stay where they are until taken off below.
+            for (const PendingFrame& frame : mPending) {
+                if (msg.msg_iovlen == MAX_SEND_FRAMES) {
+                    break;
+                }
+                iov[msg.msg_iovlen++] = {const_cast<uint8_t*>(frame.bytes.data()) + frame.sent,
+                                         frame.bytes.size() - frame.sent};
+            }
+        }
+        msg.msg_iov = iov;
+        ssize_t sent;
+        do {
+            sent = sendmsg(conn->get(), &msg, MSG_DONTWAIT | MSG_NOSIGNAL);
+        } while (sent < 0 && errno == EINTR);
+        const int err = errno;
+        Mutex::Autolock lock(mOnewayLock);
+        if (sent < 0 && Again(err)) {
+            *fd = conn->get();
+            return WAIT_ROOM;
+        }
+        if (sent < 0) {
+            connectionLost(conn);
+            return sendFailed() ? FLUSHED : RETRY;
+        }
+        mSendFailures = 0;
+        advance(static_cast<size_t>(sent), conn);
+        *fd = conn->get();
+    }
+    return WAIT_ROOM;
+}
+
+void BpBinder::connectionLost(const std::shared_ptr<ProcessFd>& conn) {
+    if (mOneway == conn) {
+        mOneway.reset();
+    }
+    // The service drops a frame cut short: it goes again whole. A ping's
+    // waiter reads the connection it went on.
+    PendingFrame& front = mPending.front();
+    mPendingBytes += front.sent;
+    front.sent = 0;
+    for (auto it = mPending.begin(); it != mPending.end();) {
+        if (it->ping) {
+            mPing = PING_LOST;
+            mPendingBytes -= it->bytes.size() + PENDING_FRAME_OVERHEAD;
+            it = mPending.erase(it);
+        } else {
+            ++it;
+        }
+    }
+    mOnewayCond.broadcast();
+}
+
+bool BpBinder::sendFailed() {
+    if (++mSendFailures < MAX_SEND_FAILURES) {
+        return false;
+    }
+    ALOGE("one-way calls to %s cannot be sent after %d tries: dropping %zu", mName.c_str(),
+          MAX_SEND_FAILURES, mPending.size());
+    dropPending();
+    return true;
+}
+
+void BpBinder::advance(size_t sent, const std::shared_ptr<ProcessFd>& conn) {
+    while (sent > 0) {
+        PendingFrame& front = mPending.front();
+        const size_t taken = std::min(sent, front.bytes.size() - front.sent);
+        front.sent += taken;
+        sent -= taken;
+        mPendingBytes -= taken;
+        if (front.sent == front.bytes.size()) {
+            if (front.ping) {
+                mPing = PING_SENT;
+                mPingConn = conn;
+            }
+            mPendingBytes -= PENDING_FRAME_OVERHEAD;
+            mPending.pop_front();
+        }
+    }
+    mOnewayCond.broadcast();
+}
+
+void BpBinder::dropPending() {
+    uint64_t calls = 0;
+    for (const PendingFrame& frame : mPending) {
+        if (frame.ping) {
+            mPing = PING_LOST;
+        } else {
+            ++calls;
+        }
+        // A report cut short never counted.
+        calls += frame.sent < frame.prefixBytes ? frame.carriedDrops : 0;
+    }
+    DroppedCalls::Get().Add(mName, calls);
+    mPending.clear();
+    mPendingBytes = 0;
+    mWatched = false;
+    mSendFailures = 0;
+    mOnewayCond.broadcast();
+}
+
+void BpBinder::abandonPending() {
+    Mutex::Autolock lock(mOnewayLock);
+    ALOGW("dropping %zu one-way calls to %s: closed with no room for them", mPending.size(),
+          mName.c_str());
+    dropPending();
 }
 
 void BpBinder::dropOneway(const std::shared_ptr<ProcessFd>& conn) {
@@ -199,47 +525,46 @@ void BpBinder::dropOneway(const std::shared_ptr<ProcessFd>& conn) {
     }
 }
 
-bool BpBinder::sendPing(const std::shared_ptr<ProcessFd>& conn) {
-    const Parcel empty;
-    for (;;) {
-        {
-            Mutex::Autolock lock(mOnewayLock);
-            size_t size = 0;
-            const ssize_t sent =
-                    HostWire::TrySendFrame(conn->get(), PING_TRANSACTION, 0, empty, &size);
-            if (sent >= 0 && static_cast<size_t>(sent) == size) {
-                return true;
-            }
-            if (sent >= 0 || !Again(errno)) {
-                return false;
-            }
-        }
-        WaitFor(conn->get(), POLLOUT);
-    }
-}
-
 void BpBinder::waitForOneway() {
     Mutex::Autolock barrier(mBarrierLock);
-    std::shared_ptr<ProcessFd> conn;
-    uint64_t sent;
+    bool watchNow = false;
     {
         Mutex::Autolock lock(mOnewayLock);
-        conn = mOneway;
-        sent = mOnewaySent;
+        forgetInheritedOneway();
+        const bool drops = DroppedCalls::Get().Pending(mName);
+        if (!drops && (mOnewaySent == mOnewayRan || (mOneway == nullptr && mPending.empty()))) {
+            // Nothing sent since the last ping, or its connection is gone.
+            mOnewayRan = mOnewaySent;
+            return;
+        }
+        mOnewayRan = mOnewaySent;
+        PendingFrame ping;
+        ping.bytes = HostWire::EncodeFrame(PING_TRANSACTION, 0, Parcel());
+        ping.ping = true;
+        attachDrops(&ping);
+        mPing = PING_QUEUED;
+        if (submit(std::move(ping), &watchNow) != NO_ERROR) {
+            mPing = NO_PING;
+            return;
+        }
     }
-    if (sent == mOnewayRan || conn == nullptr || conn->get() < 0) {
-        mOnewayRan = sent;
-        return;
+    if (watchNow) {
+        watch();
     }
-    mOnewayRan = sent;
+    std::shared_ptr<ProcessFd> conn;
+    {
+        Mutex::Autolock lock(mOnewayLock);
+        while (mPing == PING_QUEUED) {
+            mOnewayCond.wait(mOnewayLock);
+        }
+        conn = mPing == PING_SENT ? mPingConn : nullptr;
+        mPing = NO_PING;
+        mPingConn.reset();
+    }
     // The service reads a connection's next request only once the one
     // before it ran.
-    if (!sendPing(conn)) {
-        dropOneway(conn);
-        return;
-    }
     FrameReader reader(0);
-    for (;;) {
+    while (conn != nullptr) {
         const FrameReader::Result result = reader.Read(conn->get());
         if (result == FrameReader::COMPLETE) {
             return;

@@ -14,21 +14,52 @@
 //
 // One-way calls (FLAG_ONEWAY) all go on one connection of the proxy, so the
 // service runs them in the order sent, whichever thread sent them. Such a
-// call returns once its request is written: when the socket cannot take it
-// at once it fails with WOULD_BLOCK and nothing of it is sent. A two-way
-// call returns only after the one-way calls sent before it through the
-// proxy ran: it first waits for a ping on their connection.
+// call never waits for the service: what the socket does not take at once
+// is queued in the proxy, up to MAX_PENDING_ONEWAY_BYTES, and the process's
+// one-way sender thread (OnewaySender) writes the queue out as soon as the
+// socket has room, many calls a send, also when no further call comes. A
+// call that finds the queue full, or the service gone, is refused
+// (WOULD_BLOCK, DEAD_OBJECT) and counted; the process's count of refused
+// calls goes to the service ahead of the next request that goes through,
+// as a DROPPED_CALLS_TRANSACTION. A two-way call returns only after the
+// one-way calls sent before it through the proxy ran: it queues a ping
+// behind them and waits for its answer.
+//
+// Example: a codec thread sends 2000 calls while the service is stopped.
+// The first few hundred fill the socket; the rest wait in this proxy
+// (under 200 KiB with their bookkeeping) and each call returns NO_ERROR. The proxy hands
+// itself to the sender thread, which polls the socket for room. When the
+// service reads again, the sender writes up to MAX_SEND_FRAMES queued
+// calls with each sendmsg until the queue is empty, then lets the proxy
+// go. A call made meanwhile joins the queue's end; once the queue is
+// empty, calls go straight to the socket again. A proxy whose last user
+// lets go is kept by the sender until its queue is out, or
+// CLOSED_FLUSH_TIMEOUT_MS without room; a process that exits normally waits
+// up to EXIT_FLUSH_TIMEOUT_MS for every queue to go out.
+//
+// When the service closes the one-way connection, the queue goes on a new
+// one, a frame cut short again from its start; what went whole on the old
+// one is the service's to run. The sender gives up, counting the calls as
+// refused, once nothing listens or after MAX_SEND_FAILURES tries.
+//
+// A one-way call that passes descriptors is sent only when the queue is
+// empty and the socket takes its first bytes; otherwise it is refused and
+// counted. In a forked child the parent's queue is forgotten: the parent
+// sends it.
 #ifndef HOST_BINDER_BP_BINDER_H
 #define HOST_BINDER_BP_BINDER_H
 
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include <binder/IBinder.h>
+#include <utils/Condition.h>
 #include <utils/Mutex.h>
 
 namespace android {
@@ -48,14 +79,51 @@ public:
 
     BpBinder* remoteBinder() override { return this; }
 
+    // Host only, for tools that must not lose a call: a one-way call that
+    // finds the queue full waits up to ms milliseconds for room (0: it is
+    // refused at once, the default) before it is refused.
+    void setOnewayRoomWait(int ms);
+
+    // Pending one-way bytes per proxy. Memory: at most this plus the
+    // remainder of one frame cut short by the socket (MAX_FRAME_DATA), and
+    // PENDING_FRAME_OVERHEAD counted per queued call.
+    static constexpr size_t MAX_PENDING_ONEWAY_BYTES = 512 * 1024;
+    static constexpr size_t PENDING_FRAME_OVERHEAD = 64;
+    // Queued calls written by one sendmsg, and sendmsgs by one flush.
+    static constexpr size_t MAX_SEND_FRAMES = 256;
+    static constexpr int FLUSH_ROUNDS = 8;
+    // Failed tries of the sender thread in a row (OnewaySender::RETRY_MS
+    // apart, some 10 s) before it drops the queue, counting its calls.
+    static constexpr int MAX_SEND_FAILURES = 1000;
+
 private:
     friend class HostServiceManager;
+    friend class OnewaySender;
 
     // Idle connections kept for the next calls; more are closed.
     static constexpr size_t MAX_IDLE_CONNECTIONS = 4;
     // Tries of one call, and the longest pause between two of them.
     static constexpr int MAX_ATTEMPTS = 12;
     static constexpr int MAX_BACKOFF_MS = 128;
+
+    // What a flush of the queue left, for the sender thread.
+    enum FlushResult {
+        FLUSHED,    // the queue is empty: the sender lets the proxy go
+        WAIT_ROOM,  // *fd has no room yet
+        RETRY,      // no connection could be made for now: try again shortly
+    };
+
+    // Queued one-way bytes: whole frames, the first maybe partly sent.
+    struct PendingFrame {
+        std::vector<uint8_t> bytes;
+        size_t sent = 0;
+        bool ping = false;
+        // A report of refused calls sent ahead of the frame, in its first
+        // prefixBytes bytes.
+        uint32_t carriedDrops = 0;
+        size_t prefixBytes = 0;
+    };
+    enum PingState { NO_PING, PING_QUEUED, PING_SENT, PING_LOST };
 
     enum Outcome {
         ANSWERED,
@@ -77,15 +145,41 @@ private:
     // Forgets the connections a forked child inherited, without closing them.
     void dropInherited() REQUIRES(mLock);
     status_t sendOneway(uint32_t code, const Parcel& data, uint32_t flags);
+    status_t sendWithDescriptors(uint32_t code, const Parcel& data, uint32_t flags);
+    // Sends frame, or what the socket does not take of it goes to the
+    // queue; *watchNow when the sender thread must now watch the proxy.
+    // DEAD_OBJECT when the service is gone: the frame was dropped.
+    status_t submit(PendingFrame&& frame, bool* watchNow) REQUIRES(mOnewayLock);
+    // Queues frame; true when the sender thread must now watch the proxy.
+    bool enqueue(PendingFrame&& frame) REQUIRES(mOnewayLock);
+    // Puts the process's count of refused calls ahead of frame.
+    void attachDrops(PendingFrame* frame) REQUIRES(mOnewayLock);
+    // Waits up to the room wait for size more bytes to fit; false when
+    // they do not.
+    bool waitForRoom(size_t size) REQUIRES(mOnewayLock);
+    // Counts a refused one-way call; status is what the caller gets.
+    status_t refuse(status_t status);
+    // Forgets a queue inherited from the parent of a forked child.
+    void forgetInheritedOneway() REQUIRES(mOnewayLock);
+    // Drops the queue, counting its calls as refused.
+    void dropPending() REQUIRES(mOnewayLock);
+    // For the sender thread: writes out what the queue holds.
+    FlushResult flushPending(int* fd) EXCLUDES(mOnewayLock);
+    // For the sender thread, when a closed proxy's queue timed out.
+    void abandonPending() EXCLUDES(mOnewayLock);
+    // After a failed send on conn: the queue goes again on a new one.
+    void connectionLost(const std::shared_ptr<ProcessFd>& conn) REQUIRES(mOnewayLock);
+    // Counts a failed try; true when the queue was dropped after too many.
+    bool sendFailed() REQUIRES(mOnewayLock);
+    // Takes frames sent bytes off the queue's front; conn carried them.
+    void advance(size_t sent, const std::shared_ptr<ProcessFd>& conn) REQUIRES(mOnewayLock);
+    void watch() EXCLUDES(mOnewayLock);
     // Returns once the one-way calls sent before ran (or their connection
     // is gone, taking them with it).
     void waitForOneway();
     // The one-way connection, opened without waiting when there is none;
     // null with errno set when it cannot be.
     std::shared_ptr<ProcessFd> onewayConnection() REQUIRES(mOnewayLock);
-    // Sends a ping on conn without holding mOnewayLock while it waits; false
-    // when conn cannot take it.
-    bool sendPing(const std::shared_ptr<ProcessFd>& conn) EXCLUDES(mOnewayLock);
     void dropOneway(const std::shared_ptr<ProcessFd>& conn) EXCLUDES(mOnewayLock);
     Outcome exchange(int fd, uint32_t code, uint32_t flags, const Parcel& data, Parcel* reply,
                      status_t* status);
@@ -98,15 +192,29 @@ private:
 
     std::atomic<bool> mAlive;
 
-    // Lock order: mBarrierLock, mOnewayLock, mLock.
+    // Lock order: mBarrierLock, mOnewayLock, mLock. The sender thread
+    // takes mOnewayLock alone and never holds it while it sends.
     // Held by the one thread waiting for a ping on the one-way connection.
     Mutex mBarrierLock;
-    uint64_t mOnewayRan GUARDED_BY(mBarrierLock) = 0;  // mOnewaySent as of the last ping
-    // Held only for sends that never wait.
+    // Held only for sends that never wait, but by a tool's room wait.
     Mutex mOnewayLock;
-    // Shared with a waiting ping, which may outlive its use here.
+    // Signalled when the queue shrinks or a ping leaves or is lost.
+    Condition mOnewayCond;
+    // Shared with a waiting ping and a flush, which may outlive its use here.
     std::shared_ptr<ProcessFd> mOneway GUARDED_BY(mOnewayLock);
-    uint64_t mOnewaySent GUARDED_BY(mOnewayLock) = 0;
+    uint64_t mOnewaySent GUARDED_BY(mOnewayLock) = 0;  // calls accepted
+    uint64_t mOnewayRan GUARDED_BY(mOnewayLock) = 0;   // mOnewaySent at the last ping
+    // Appended by callers, taken off the front only by the sender thread
+    // (callers send directly only while it is empty), so a flush reads
+    // its frames without the lock: a deque keeps them where they are.
+    std::deque<PendingFrame> mPending GUARDED_BY(mOnewayLock);
+    size_t mPendingBytes GUARDED_BY(mOnewayLock) = 0;  // unsent, with overheads
+    pid_t mPendingOwner GUARDED_BY(mOnewayLock) = getpid();
+    bool mWatched GUARDED_BY(mOnewayLock) = false;  // the sender holds the proxy
+    int mSendFailures GUARDED_BY(mOnewayLock) = 0;  // in a row, by the sender
+    int mRoomWaitMs GUARDED_BY(mOnewayLock) = 0;
+    PingState mPing GUARDED_BY(mOnewayLock) = NO_PING;
+    std::shared_ptr<ProcessFd> mPingConn GUARDED_BY(mOnewayLock);  // where it went
 
     mutable Mutex mLock;
     // Reopened in a forked child.

@@ -28,6 +28,10 @@ public:
 
         PING_TRANSACTION = B_PACK_CHARS('_', 'P', 'N', 'G'),
         DUMP_TRANSACTION = B_PACK_CHARS('_', 'D', 'M', 'P'),
+        // Host only, one-way: the calls that the sending process refused to
+        // this object before sending them (its queue was full, or the
+        // object's process was gone), as an int32 count.
+        DROPPED_CALLS_TRANSACTION = B_PACK_CHARS('_', 'D', 'R', 'P'),
         INTERFACE_TRANSACTION = B_PACK_CHARS('_', 'N', 'T', 'F'),
 
         // The caller does not wait for the call to run, and gets no reply.
