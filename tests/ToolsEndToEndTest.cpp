@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/inotify.h>
 #include <unistd.h>
 
@@ -99,6 +100,56 @@ std::string UploadsOfAHostReplaying(const std::string& root, const std::string& 
     return std::regex_replace(Uploads(events), kTimes, "TIME");
 }
 
+// The values one counter of the trace took, in order.
+std::vector<int> CounterValues(const Json::Value& trace, const std::string& name) {
+    std::vector<int> values;
+    for (const Json::Value& event : trace) {
+        if (event["ph"].asString() == "C" && event["name"].asString() == name) {
+            values.push_back(event["args"][event["args"].getMemberNames()[0]].asInt());
+        }
+    }
+    return values;
+}
+
+// The timeline of a capture and its uploads: one instant per call, refused
+// ones too, one per upload, and counters that follow the audio state.
+void ExpectTheTimelineOf(const std::string& capture, const std::string& events) {
+    const std::string made = RunTool({VYMM, "timeline", capture, "--events", events, "-o",
+                                      "run.json", "--svg", "run.svg"});
+    ASSERT_EQ(made, "0|");
+    Json::Value trace;
+    std::ifstream json("run.json");
+    ASSERT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), json, &trace, nullptr));
+    std::istringstream lines(ReadFile(capture));
+    int calls = 0;
+    for (std::string line; std::getline(lines, line);) {
+        const bool step = !line.empty() && line[0] != '#' && line.rfind("sleep ", 0) != 0 &&
+                          line.rfind("as ", 0) != 0;
+        calls += step || line.rfind("# refused from uid", 0) == 0 ? 1 : 0;
+    }
+    std::istringstream sent(ReadFile(events));
+    int uploads = 0;
+    for (std::string line; std::getline(sent, line);) {
+        ++uploads;
+    }
+    int callInstants = 0;
+    int uploadInstants = 0;
+    for (const Json::Value& event : trace) {
+        if (event["ph"].asString() == "i") {
+            (event["name"].asString().rfind("upload ", 0) == 0 ? uploadInstants : callInstants)++;
+        }
+    }
+    EXPECT_EQ(callInstants, calls);
+    EXPECT_EQ(uploadInstants, uploads);
+    EXPECT_GT(uploads, 0);
+    EXPECT_EQ(CounterValues(trace, "output device"), std::vector<int>({2, 4, 128, 1}));
+    EXPECT_EQ(CounterValues(trace, "stream 3"), std::vector<int>({1, 0}));
+    EXPECT_EQ(CounterValues(trace, "volume source 6 device 0x2"),
+              std::vector<int>({5, 7, 9, 6}));
+    EXPECT_EQ(CounterValues(trace, "force use 0"), std::vector<int>({1, 0}));
+    EXPECT_TRUE(Contains(ReadFile("run.svg"), "volume source 6 device 0x80 index"));
+}
+
 TEST(ToolsEndToEndTest, ACapturedRunReplayedIntoAnotherHostUploadsTheSame) {
     TempWorkDir dir;
     const std::string props = "ro.media.debuggable=true\nro.media.bdflow=1\n";
@@ -122,6 +173,7 @@ TEST(ToolsEndToEndTest, ACapturedRunReplayedIntoAnotherHostUploadsTheSame) {
     EXPECT_TRUE(Contains(first, "916600009 TIME PARAMETER=\"F:0 S:8 D:2\"")) << first;
     EXPECT_EQ(first, second);
     EXPECT_NE(access("second/data/log/mediaCapture.trace", F_OK), 0) << "off unless asked for";
+    ExpectTheTimelineOf(capture, dir.path() + "/first/events.jsonl");
 }
 
 // Kept for the host's shutdown on SIGTERM, which no single-line fault models.
@@ -192,7 +244,8 @@ TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {
     WriteFile("large.trace", "MonitorPlayingApp s8 " + std::string(1 << 20, 'x') + "\n");
     const std::string large = RunTool({VYMM, "replay", "large.trace"});
     EXPECT_EQ(large.rfind("1|", 0), 0u) << large.substr(0, 200);
-    EXPECT_TRUE(Contains(large, "large.trace:1: MonitorPlayingApp not delivered"));
+    EXPECT_TRUE(Contains(large, "large.trace:1: MonitorPlayingApp not delivered (FAILED_TRANSACTION)"))
+            << large.substr(0, 200);
 
     // A dump into a pipe that nobody reads holds up neither the calls nor SIGTERM.
     int full[2];
@@ -239,6 +292,69 @@ TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {
         EXPECT_TRUE(Contains(host.output(), "Unknow App@77:10000,flow record"))
                 << "the flow record file's upload\n" << host.output();
     }
+}
+
+// Runs a tool: its status, then what it wrote on one stream only.
+std::string RunForStream(const std::vector<std::string>& argv, bool errors) {
+    std::vector<std::string> shell = {"/bin/sh", "-c",
+                                      errors ? "exec \"$@\" 2>&1 >/dev/null" : "exec \"$@\"",
+                                      "sh"};
+    shell.insert(shell.end(), argv.begin(), argv.end());
+    return RunTool(shell);
+}
+
+TEST(ToolsEndToEndTest, HelpSlipsAndDeadlinesAnswerAsDocumented) {
+    TempWorkDir dir;
+    ScopedBinderDir binderDir;
+    ChildProcess host({VYMM_HOST, "--root", dir.path()}, -1, kDeadlineMs, true);
+    ASSERT_TRUE(host.WaitForLine("vymm-host: serving Vymedia.monitor")) << host.output();
+    mkdir("folder", 0755);
+    const std::string see = "; see `vymm --help`\n";
+    const struct {
+        std::vector<std::string> argv;
+        bool errors;  // what is checked is on stderr, else on stdout
+        std::string expected;  // "STATUS|" and a part of the output
+    } kRows[] = {
+            {{VYMM, "--help"}, false, "0|usage: vymm [--wait MS] [--timeout S] COMMAND"},
+            {{VYMM, "help"}, false, "0|usage: vymm"},
+            {{VYMM, "replay", "-h"}, false, "0|usage: vymm [--wait MS] [--timeout S] COMMAND "
+                                            "[ARG...]\n  replay FILE"},
+            {{VYMM, "call", "WriteKpis", "s8", "--help"}, false, "0|"},
+            {{VYMM_HOST, "--help"}, false, "0|usage: vymm-host"},
+            {{VYMM}, true, "2|vymm: missing command" + see},
+            {{VYMM, "frob"}, true, "2|vymm: unknown command frob" + see},
+            {{VYMM, "replay", "folder", "--fast", "--slow"}, true,
+             "2|vymm replay: unknown option --slow" + see},
+            {{VYMM, "stats", "--watch", "0"}, true, "2|vymm stats: --watch takes seconds"},
+            {{VYMM, "replay", "folder", "--fast"}, true, "2|vymm replay: folder is a folder"},
+            {{VYMM, "events", "folder"}, true, "2|vymm events: folder is a folder"},
+            {{VYMM, "events", "nosuch.jsonl"}, true, "1|vymm events: cannot read nosuch.jsonl"},
+            {{VYMM, "timeline", "nosuch.trace"}, true, "2|vymm timeline: takes -o FILE" + see},
+            {{VYMM, "call", "WriteBigDta", "i32", "1"}, true,
+             "2|vymm call: unknown operation \"WriteBigDta\"; did you mean WriteBigData?"},
+            {{VYMM, "call", "ForceLogSend", "i32", "0"}, true,
+             "0|vymm call: the service refuses ForceLogSend from uid " +
+                     std::to_string(geteuid())},
+            {{VYMM_HOST, "--root"}, true, "2|vymm-host: missing value after --root; see "
+                                          "`vymm-host --help`\n"},
+            {{"/usr/bin/env", "LD_LIBRARY_PATH=", VYMM_HOST, "--lib", "/nosuch.so"}, true,
+             "1|vymm-host: warning: the reporting library cannot be loaded"},
+    };
+    for (const auto& row : kRows) {
+        const std::string got = RunForStream(row.argv, row.errors);
+        const size_t bar = row.expected.find('|');
+        EXPECT_EQ(got.substr(0, bar + 1), row.expected.substr(0, bar + 1)) << got;
+        EXPECT_TRUE(Contains(got, row.expected.substr(bar + 1))) << got;
+    }
+    // A frozen service: each call has a deadline.
+    ASSERT_EQ(kill(host.pid(), SIGSTOP), 0);
+    const std::string frozen =
+            RunTool({VYMM, "--timeout", "0.5", "call", "MonitorPlayingApp", "s8", "x"});
+    kill(host.pid(), SIGCONT);
+    EXPECT_EQ(frozen.rfind("1|", 0), 0u) << frozen;
+    EXPECT_TRUE(Contains(frozen, "no answer within 0.5 s (--timeout)")) << frozen;
+    ASSERT_EQ(kill(host.pid(), SIGTERM), 0);
+    EXPECT_EQ(host.Finish(), 0) << host.output();
 }
 
 }  // namespace
