@@ -3,6 +3,7 @@
 #include <stdio.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <vector>
 
@@ -80,7 +81,11 @@ std::vector<Row> Rows(const json& trace) {
     for (auto& [tid, row] : tracks) {
         rows.push_back(std::move(row));
     }
-    rows.insert(rows.end(), counters.begin(), counters.end());
+    // A counter that never left 0 (drops that did not happen) says nothing.
+    std::copy_if(counters.begin(), counters.end(), std::back_inserter(rows), [](const Row& row) {
+        return std::any_of(row.points.begin(), row.points.end(),
+                           [](const Point& point) { return point.value != 0; });
+    });
     return rows;
 }
 
