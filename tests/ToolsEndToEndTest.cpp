@@ -122,7 +122,9 @@ void ExpectTheTimelineOf(const std::string& capture, const std::string& events) 
     ASSERT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), json, &trace, nullptr));
     std::istringstream lines(ReadFile(capture));
     int calls = 0;
+    int64_t sleptUs = 0;
     for (std::string line; std::getline(lines, line);) {
+        sleptUs += line.rfind("sleep ", 0) == 0 ? std::stoll(line.substr(6)) * 1000 : 0;
         const bool step = !line.empty() && line[0] != '#' && line.rfind("sleep ", 0) != 0 &&
                           line.rfind("as ", 0) != 0;
         calls += step || line.rfind("# refused from uid", 0) == 0 ? 1 : 0;
@@ -134,11 +136,16 @@ void ExpectTheTimelineOf(const std::string& capture, const std::string& events) 
     }
     int callInstants = 0;
     int uploadInstants = 0;
+    int64_t lastCallUs = 0;
     for (const Json::Value& event : trace) {
-        if (event["ph"].asString() == "i") {
-            (event["name"].asString().rfind("upload ", 0) == 0 ? uploadInstants : callInstants)++;
+        if (event["ph"].asString() != "i") {
+            continue;
         }
+        const bool upload = event["name"].asString().rfind("upload ", 0) == 0;
+        (upload ? uploadInstants : callInstants)++;
+        lastCallUs = upload ? lastCallUs : event["ts"].asInt64();
     }
+    EXPECT_EQ(lastCallUs, sleptUs) << "in microseconds, the capture's last line a call";
     EXPECT_EQ(callInstants, calls);
     EXPECT_EQ(uploadInstants, uploads);
     EXPECT_GT(uploads, 0);
