@@ -1,10 +1,12 @@
 #include "tools/Deadline.h"
 
 #include <signal.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "tools/ServiceClient.h"

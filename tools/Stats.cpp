@@ -14,6 +14,7 @@
 #include <utils/Vector.h>
 
 #include "tools/Deadline.h"
+#include "tools/JsonNumbers.h"
 #include "tools/Operations.h"
 #include "tools/ServiceClient.h"
 
@@ -30,11 +31,6 @@ const char* const kWriterOrder[] = {"exception_log", "bd_flow", "bd_count",
                                     "exception",     "kpi",     "bigdata"};
 // The operations the screen lists, busiest first.
 constexpr size_t kBusiestOperations = 8;
-
-double Count(const json& sample, const std::string& pointer) {
-    const json& value = sample.value(Pointer(pointer), json());
-    return value.is_number() ? value.get<double>() : 0;
-}
 
 std::string Format(const char* format, ...) __attribute__((format(printf, 1, 2)));
 std::string Format(const char* format, ...) {
@@ -53,7 +49,7 @@ public:
     Rates(const json& now, const json& before, double seconds)
         : mNow(now), mBefore(before), mSeconds(seconds) {}
 
-    double Total(const std::string& pointer) const { return Count(mNow, pointer); }
+    double Total(const std::string& pointer) const { return NumberAt(mNow, pointer); }
 
     // "  12.5/s", or blanks when there is no rate.
     std::string Rate(const std::string& pointer) const {
@@ -65,7 +61,7 @@ public:
         if (mBefore.is_null() || mSeconds <= 0) {
             return -1;
         }
-        const double change = Total(pointer) - Count(mBefore, pointer);
+        const double change = Total(pointer) - NumberAt(mBefore, pointer);
         return change >= 0 ? change / mSeconds : -1;
     }
 

@@ -1,15 +1,15 @@
 #include "tools/Timeline.h"
 
+#include <stdlib.h>
+#include <string.h>
 #include <time.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cmath>
 #include <regex>
-#include <set>
 #include <vector>
 
 #include "tools/EventLog.h"
+#include "tools/JsonNumbers.h"
 #include "tools/TextLines.h"
 
 using nlohmann::json;
@@ -39,6 +39,10 @@ json ThreadName(int tid, const std::string& name) {
 
 // The header's "started YYYY-MM-DD HH:MM:SS[.ffffff] UTC", in µs since the epoch.
 std::optional<int64_t> HeaderStart(const std::string& line) {
+    // The regex only sees a header line of a plausible length.
+    if (line.rfind("# Calls to ", 0) != 0 || line.size() > 1024) {
+        return std::nullopt;
+    }
     static const std::regex kStarted(
             R"(^# Calls to .* started (\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)(\.\d{1,6})? UTC)");
     std::smatch match;
@@ -82,7 +86,8 @@ int64_t TimelineBuilder::Since(int64_t wallUs) {
     if (!mStartWallUs) {
         mStartWallUs = wallUs;
     }
-    return wallUs - *mStartWallUs;
+    int64_t since = 0;
+    return __builtin_sub_overflow(wallUs, *mStartWallUs, &since) ? 0 : since;
 }
 
 int TimelineBuilder::TrackOf(uid_t uid) {
@@ -198,11 +203,16 @@ bool TimelineBuilder::AddUploads(std::istream& in, const std::string& name, std:
 
 void TimelineBuilder::AddStatsSample(const json& sample, int64_t wallUs) {
     const int64_t ts = Since(wallUs);
-    const json& queue = sample.value("queue", json::object());
-    AddCounter("queue depth", "events", queue.value("depth", 0), ts);
-    mEvents.push_back(Event("C", "queue drops", ts, kUploadsTid,
-                            queue.value("dropped", json::object())));
-    const double dispatched = sample.value(json::json_pointer("/worker/dispatched"), 0.0);
+    AddCounter("queue depth", "events", NumberAt(sample, "/queue/depth"), ts);
+    json drops = json::object();
+    const json::json_pointer dropped("/queue/dropped");
+    if (sample.contains(dropped) && sample.at(dropped).is_object()) {
+        for (const auto& [cause, count] : sample.at(dropped).items()) {
+            drops[cause] = count.is_number() ? count.get<double>() : 0;
+        }
+    }
+    mEvents.push_back(Event("C", "queue drops", ts, kUploadsTid, std::move(drops)));
+    const double dispatched = NumberAt(sample, "/worker/dispatched");
     if (mLastDispatched && wallUs > mLastDispatched->first &&
         dispatched >= mLastDispatched->second) {
         const double seconds = static_cast<double>(wallUs - mLastDispatched->first) / 1e6;

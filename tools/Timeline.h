@@ -38,6 +38,11 @@ public:
 
     // The trace: metadata first, then the events in the order added.
     const nlohmann::json& Trace() const { return mEvents; }
+    // The trace as a file's text; bytes of the capture's texts that are not
+    // UTF-8 become U+FFFD.
+    std::string Text() const {
+        return mEvents.dump(1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+    }
 
 private:
     // Microseconds from the capture's start for a wall-clock time.

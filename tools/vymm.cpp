@@ -7,8 +7,9 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
-#include <cmath>
+#include <iterator>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -366,7 +367,7 @@ int Timeline(const Words& words, const Globals&) {
         status = AddToTimeline(stats, &TimelineBuilder::AddStats, &timeline);
     }
     if (status == EXIT_OK) {
-        status = WriteOutput(output, timeline.Trace().dump(1) + "\n");
+        status = WriteOutput(output, timeline.Text());
     }
     if (status == EXIT_OK && !svg.empty()) {
         status = WriteOutput(svg, TimelineSvg(timeline.Trace()));
@@ -383,7 +384,9 @@ const Command kCommands[] = {
          "  call [--as UID] OP ARG...   call operation OP (number or name); each ARG is\n"
          "                              i32 N, s8 TEXT or null; --as: from that uid (root)\n",
          Call},
-        {"dump", "  dump [ARG...]               the service's dump, as dumpsys prints it\n",
+        {"dump",
+         "  dump [ARG...]               the service's dump, as dumpsys prints it; the ARGs\n"
+         "                              go to the service (-a, --stats, --reset-stats...)\n",
          Dump},
         {"stats",
          "  stats [--json] [--watch S]  the service's counters; --watch S shows a screen of\n"
