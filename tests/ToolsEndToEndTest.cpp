@@ -342,6 +342,7 @@ TEST(ToolsEndToEndTest, HelpSlipsAndDeadlinesAnswerAsDocumented) {
             {{VYMM, "call", "ForceLogSend", "i32", "0"}, true,
              "0|vymm call: the service refuses ForceLogSend from uid " +
                      std::to_string(geteuid())},
+            {{VYMM_HOST, "--props", "folder"}, true, "2|vymm-host: folder is a folder"},
             {{VYMM_HOST, "--root"}, true, "2|vymm-host: missing value after --root; see "
                                           "`vymm-host --help`\n"},
             {{"/usr/bin/env", "LD_LIBRARY_PATH=", VYMM_HOST, "--lib", "/nosuch.so"}, true,

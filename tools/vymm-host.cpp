@@ -66,6 +66,10 @@ std::string DefaultLibrary() {
 }
 
 bool AddPropertyFile(const std::string& name, PropertyMap* props, std::string* error) {
+    if (std::filesystem::is_directory(name)) {
+        *error = name + " is a folder, not a properties file";
+        return false;
+    }
     std::ifstream in(name);
     if (!in) {
         *error = "cannot read " + name + ": " + strerror(errno);

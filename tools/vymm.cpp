@@ -61,10 +61,10 @@ int Slip(const std::string& where, const std::string& problem) {
 
 bool IsHelp(const std::string& word) { return word == "-h" || word == "--help"; }
 
-bool ParseSeconds(const std::string& word, double low, double high, double* seconds) {
+bool ParseNumber(const std::string& word, double low, double high, double* value) {
     char* end = nullptr;
-    *seconds = strtod(word.c_str(), &end);
-    return !word.empty() && *end == '\0' && *seconds >= low && *seconds <= high;
+    *value = strtod(word.c_str(), &end);
+    return !word.empty() && *end == '\0' && *value >= low && *value <= high;
 }
 
 // An input file, refused when it is a folder (bad usage) or cannot be read.
@@ -215,7 +215,7 @@ int Stats(const Words& words, const Globals& globals) {
             asJson = true;
         } else if (words[i] != "--watch") {
             return Slip("stats", "unknown argument " + words[i]);
-        } else if (++i == words.size() || !ParseSeconds(words[i], 0.1, 3600, &watch)) {
+        } else if (++i == words.size() || !ParseNumber(words[i], 0.1, 3600, &watch)) {
             return Slip("stats", "--watch takes seconds, from 0.1 to 3600");
         }
     }
@@ -261,7 +261,7 @@ int ReplayFile(const Words& words, const Globals& globals) {
             options.maxSleepMs = ms;
         } else if (word != "--speed") {
             return Slip("replay", "unknown option " + word);
-        } else if (++i == words.size() || !ParseSeconds(words[i], 1e-6, 1e6, &options.speed)) {
+        } else if (++i == words.size() || !ParseNumber(words[i], 1e-6, 1e6, &options.speed)) {
             return Slip("replay", "--speed takes a factor above 0, such as 0.5 or 10");
         }
     }
@@ -449,17 +449,17 @@ int main(int argc, char** argv) {
     Words words(argv + 1, argv + argc);
     Globals globals;
     while (!words.empty() && (words[0] == "--wait" || words[0] == "--timeout")) {
-        double seconds = 0;
+        double value = 0;  // milliseconds for --wait, seconds for --timeout
         const bool wait = words[0] == "--wait";
-        if (words.size() < 2 || !ParseSeconds(words[1], wait ? 0 : 0.001, wait ? 600000 : 3600,
-                                              &seconds)) {
+        if (words.size() < 2 ||
+            !ParseNumber(words[1], wait ? 0 : 0.001, wait ? 600000 : 3600, &value)) {
             return Slip("", wait ? "--wait takes milliseconds, at most 600000"
                                  : "--timeout takes seconds, at most 3600");
         }
         if (wait) {
-            globals.waitMs = static_cast<int>(seconds);
+            globals.waitMs = static_cast<int>(value);
         } else {
-            SetCallTimeout(seconds);
+            SetCallTimeout(value);
         }
         words.erase(words.begin(), words.begin() + 2);
     }
