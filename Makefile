@@ -4,6 +4,7 @@ ASAN_BUILD_DIR ?= build-asan
 TSAN_BUILD_DIR ?= build-tsan
 BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc)
+MAKEFLAGS += --no-print-directory
 CMAKE_FLAGS ?=
 
 DEB_PACKAGES := cmake make g++ clang libclang-rt-dev libgtest-dev libgmock-dev libbenchmark-dev \
@@ -42,10 +43,13 @@ test-tsan:
 		CMAKE_FLAGS="$(CMAKE_FLAGS) -DVYMM_SANITIZE=thread"
 
 # The service on this machine, fed the example trace and inspected; see README.
+# Only the demo is printed: the build's output goes to a log, shown if it fails.
 demo: deps
-	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) $(CMAKE_FLAGS)
-	cmake --build $(BUILD_DIR) -j $(JOBS) --target vymm-host vymm vymediamonitorservice vexel
-	tools/demo.sh $(BUILD_DIR)
+	@echo "building... (log: $(BUILD_DIR)/demo-build.log)"
+	@mkdir -p $(BUILD_DIR) && { cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) $(CMAKE_FLAGS) \
+		&& cmake --build $(BUILD_DIR) -j $(JOBS) --target vymm-host vymm vymediamonitorservice vexel; } \
+		>$(BUILD_DIR)/demo-build.log 2>&1 || { cat $(BUILD_DIR)/demo-build.log; exit 1; }
+	@tools/demo.sh $(BUILD_DIR)
 
 clean:
 	rm -rf $(BUILD_DIR) $(ASAN_BUILD_DIR) $(TSAN_BUILD_DIR)

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -231,6 +232,63 @@ TEST(ToolsEndToEndTest, AFloodThatNeverStopsDoesNotHoldUpSigterm) {
     EXPECT_GT(UploadedUsbSeconds(events), 0) << "the shutdown uploads";
 }
 
+// The values one counter of the trace took, in order.
+std::vector<int> CounterValues(const Json::Value& trace, const std::string& name) {
+    std::vector<int> values;
+    for (const Json::Value& event : trace) {
+        if (event["ph"].asString() == "C" && event["name"].asString() == name) {
+            values.push_back(event["args"][event["args"].getMemberNames()[0]].asInt());
+        }
+    }
+    return values;
+}
+
+// The timeline of a capture and its uploads: one instant per call, refused
+// ones too, one per upload, and counters that follow the audio state.
+void ExpectTheTimelineOf(const std::string& capture, const std::string& events) {
+    const std::string made = RunTool({VYMM, "timeline", capture, "--events", events, "-o",
+                                      "run.json", "--svg", "run.svg"});
+    ASSERT_EQ(made, "0|");
+    Json::Value trace;
+    std::ifstream json("run.json");
+    ASSERT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), json, &trace, nullptr));
+    std::istringstream lines(ReadFile(capture));
+    int calls = 0;
+    int64_t sleptUs = 0;
+    for (std::string line; std::getline(lines, line);) {
+        sleptUs += line.rfind("sleep ", 0) == 0 ? std::stoll(line.substr(6)) * 1000 : 0;
+        const bool step = !line.empty() && line[0] != '#' && line.rfind("sleep ", 0) != 0 &&
+                          line.rfind("as ", 0) != 0;
+        calls += step || line.rfind("# refused from uid", 0) == 0 ? 1 : 0;
+    }
+    std::istringstream sent(ReadFile(events));
+    int uploads = 0;
+    for (std::string line; std::getline(sent, line);) {
+        ++uploads;
+    }
+    int callInstants = 0;
+    int uploadInstants = 0;
+    int64_t lastCallUs = 0;
+    for (const Json::Value& event : trace) {
+        if (event["ph"].asString() != "i") {
+            continue;
+        }
+        const bool upload = event["name"].asString().rfind("upload ", 0) == 0;
+        (upload ? uploadInstants : callInstants)++;
+        lastCallUs = upload ? lastCallUs : event["ts"].asInt64();
+    }
+    EXPECT_EQ(lastCallUs, sleptUs) << "in microseconds, the capture's last line a call";
+    EXPECT_EQ(callInstants, calls);
+    EXPECT_EQ(uploadInstants, uploads);
+    EXPECT_GT(uploads, 0);
+    EXPECT_EQ(CounterValues(trace, "output device"), std::vector<int>({2, 4, 128, 1}));
+    EXPECT_EQ(CounterValues(trace, "stream 3"), std::vector<int>({1, 0}));
+    EXPECT_EQ(CounterValues(trace, "volume source 6 device 0x2"),
+              std::vector<int>({5, 7, 9, 6}));
+    EXPECT_EQ(CounterValues(trace, "force use 0"), std::vector<int>({1, 0}));
+    EXPECT_TRUE(Contains(ReadFile("run.svg"), "volume source 6 device 0x80 index"));
+}
+
 TEST(ToolsEndToEndTest, ACapturedRunReplayedIntoAnotherHostUploadsTheSame) {
     TempWorkDir dir;
     const std::string props = "ro.media.debuggable=true\nro.media.bdflow=1\n";
@@ -254,6 +312,7 @@ TEST(ToolsEndToEndTest, ACapturedRunReplayedIntoAnotherHostUploadsTheSame) {
     EXPECT_TRUE(Contains(first, "916600009 TIME PARAMETER=\"F:0 S:8 D:2\"")) << first;
     EXPECT_EQ(first, second);
     EXPECT_NE(access("second/data/log/mediaCapture.trace", F_OK), 0) << "off unless asked for";
+    ExpectTheTimelineOf(capture, dir.path() + "/first/events.jsonl");
 }
 
 // A client that refuses calls while the host is stopped (its queue to the
@@ -366,7 +425,8 @@ TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {
     WriteFile("large.trace", "MonitorPlayingApp s8 " + std::string(1 << 20, 'x') + "\n");
     const std::string large = RunTool({VYMM, "replay", "large.trace"});
     EXPECT_EQ(large.rfind("1|", 0), 0u) << large.substr(0, 200);
-    EXPECT_TRUE(Contains(large, "large.trace:1: MonitorPlayingApp not delivered"));
+    EXPECT_TRUE(Contains(large, "large.trace:1: MonitorPlayingApp not delivered (FAILED_TRANSACTION)"))
+            << large.substr(0, 200);
 
     const std::string dump = RunTool({VYMM, "dump"});
     EXPECT_EQ(dump.rfind("0|", 0), 0u) << dump;
@@ -420,7 +480,11 @@ TEST(ToolsEndToEndTest, HostServesAReplayAndUploadsAtShutdown) {
 // calls loses nothing it had written out and uploads nothing twice: a new
 // host on the same folder starts with what the last one held, and one forced
 // send uploads the sum once.
-TEST(ToolsEndToEndTest, ASigkilledHostKeepsWhatItHeldAcrossRestarts) {
+// Root forces the send (operation 1 from uid 1013).
+TEST(ToolsEndToEndTest, ASigkilledHostKeepsWhatItHeldAcrossRestartsAsRoot) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root, to force the send from uid 1013";
+    }
     constexpr int kRounds = 20;
     constexpr int kCalls = 200;
     TempWorkDir root;
@@ -452,9 +516,6 @@ TEST(ToolsEndToEndTest, ASigkilledHostKeepsWhatItHeldAcrossRestarts) {
     }
     ChildProcess host({VYMM_HOST, "--root", root.path()}, -1, kDeadlineMs, true);
     ASSERT_TRUE(host.WaitForLine("vymm-host: serving Vymedia.monitor")) << host.output();
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "the forced send is refused to this uid";
-    }
     ASSERT_EQ(RunTool({VYMM, "replay", "send.trace"}).rfind("0|", 0), 0u);
     ASSERT_TRUE(WaitForUpload(events, "916300001 k="));
     EXPECT_EQ(kill(host.pid(), SIGTERM), 0);
@@ -469,6 +530,70 @@ TEST(ToolsEndToEndTest, ASigkilledHostKeepsWhatItHeldAcrossRestarts) {
     EXPECT_EQ(match.position(0), static_cast<long>(uploaded.rfind("916300001 k="))) << uploaded;
     EXPECT_GT(std::stol(match[1]), 0);
     EXPECT_LE(std::stol(match[1]), delivered) << uploaded;
+}
+
+// Runs a tool: its status, then what it wrote on one stream only.
+std::string RunForStream(const std::vector<std::string>& argv, bool errors) {
+    std::vector<std::string> shell = {"/bin/sh", "-c",
+                                      errors ? "exec \"$@\" 2>&1 >/dev/null" : "exec \"$@\"",
+                                      "sh"};
+    shell.insert(shell.end(), argv.begin(), argv.end());
+    return RunTool(shell);
+}
+
+TEST(ToolsEndToEndTest, HelpSlipsAndDeadlinesAnswerAsDocumented) {
+    TempWorkDir dir;
+    ScopedBinderDir binderDir;
+    ChildProcess host({VYMM_HOST, "--root", dir.path()}, -1, kDeadlineMs, true);
+    ASSERT_TRUE(host.WaitForLine("vymm-host: serving Vymedia.monitor")) << host.output();
+    mkdir("folder", 0755);
+    const std::string see = "; see `vymm --help`\n";
+    const struct {
+        std::vector<std::string> argv;
+        bool errors;  // what is checked is on stderr, else on stdout
+        std::string expected;  // "STATUS|" and a part of the output
+    } kRows[] = {
+            {{VYMM, "--help"}, false, "0|usage: vymm [--wait MS] [--timeout S] COMMAND"},
+            {{VYMM, "help"}, false, "0|usage: vymm"},
+            {{VYMM, "replay", "-h"}, false, "0|usage: vymm [--wait MS] [--timeout S] COMMAND "
+                                            "[ARG...]\n  replay FILE"},
+            {{VYMM, "call", "WriteKpis", "s8", "--help"}, false, "0|"},
+            {{VYMM_HOST, "--help"}, false, "0|usage: vymm-host"},
+            {{VYMM}, true, "2|vymm: missing command" + see},
+            {{VYMM, "frob"}, true, "2|vymm: unknown command frob" + see},
+            {{VYMM, "replay", "folder", "--fast", "--slow"}, true,
+             "2|vymm replay: unknown option --slow" + see},
+            {{VYMM, "stats", "--watch", "0"}, true, "2|vymm stats: --watch takes seconds"},
+            {{VYMM, "replay", "folder", "--fast"}, true, "2|vymm replay: folder is a folder"},
+            {{VYMM, "events", "folder"}, true, "2|vymm events: folder is a folder"},
+            {{VYMM, "events", "nosuch.jsonl"}, true, "1|vymm events: cannot read nosuch.jsonl"},
+            {{VYMM, "timeline", "nosuch.trace"}, true, "2|vymm timeline: takes -o FILE" + see},
+            {{VYMM, "call", "WriteBigDta", "i32", "1"}, true,
+             "2|vymm call: unknown operation \"WriteBigDta\"; did you mean WriteBigData?"},
+            {{VYMM, "call", "ForceLogSend", "i32", "0"}, true,
+             "0|vymm call: the service refuses ForceLogSend from uid " +
+                     std::to_string(geteuid())},
+            {{VYMM_HOST, "--props", "folder"}, true, "2|vymm-host: folder is a folder"},
+            {{VYMM_HOST, "--root"}, true, "2|vymm-host: missing value after --root; see "
+                                          "`vymm-host --help`\n"},
+            {{"/usr/bin/env", "LD_LIBRARY_PATH=", VYMM_HOST, "--lib", "/nosuch.so"}, true,
+             "1|vymm-host: warning: the reporting library cannot be loaded"},
+    };
+    for (const auto& row : kRows) {
+        const std::string got = RunForStream(row.argv, row.errors);
+        const size_t bar = row.expected.find('|');
+        EXPECT_EQ(got.substr(0, bar + 1), row.expected.substr(0, bar + 1)) << got;
+        EXPECT_TRUE(Contains(got, row.expected.substr(bar + 1))) << got;
+    }
+    // A frozen service: each call has a deadline.
+    ASSERT_EQ(kill(host.pid(), SIGSTOP), 0);
+    const std::string frozen =
+            RunTool({VYMM, "--timeout", "0.5", "call", "MonitorPlayingApp", "s8", "x"});
+    kill(host.pid(), SIGCONT);
+    EXPECT_EQ(frozen.rfind("1|", 0), 0u) << frozen;
+    EXPECT_TRUE(Contains(frozen, "no answer within 0.5 s (--timeout)")) << frozen;
+    ASSERT_EQ(kill(host.pid(), SIGTERM), 0);
+    EXPECT_EQ(host.Finish(), 0) << host.output();
 }
 
 }  // namespace

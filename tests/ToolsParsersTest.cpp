@@ -119,20 +119,56 @@ TEST(ToolsParsersTest, TraceErrorsNameTheirLine) {
 
 }  // namespace
 
-TEST(ToolsParsersTest, WatchedStatsShowEachNumberWithItsRatePerSecond) {
-    const std::string before =
-            R"({"operations":[{"number":7,"name":"WriteBigData","calls":10}],"queue":{"depth":4}})";
-    const std::string now =
-            R"({"operations":[{"number":7,"name":"WriteBigData","calls":30}],"queue":{"depth":0},)"
-            R"("reporting":{"state":"loaded"}})";
-    std::string text;
+TEST(ToolsParsersTest, TheLiveViewShowsRatesOfCountsOnlyOnOneScreen) {
+    nlohmann::json before;
+    before["operations"] = nlohmann::json::array();
+    for (const Operation& op : Operations()) {
+        before["operations"].push_back(
+                {{"number", op.number}, {"name", op.name}, {"calls", 10}, {"refused", 0}});
+    }
+    before["queue"] = {{"depth", 40}, {"high_water", 90}, {"dropped", {{"queue_full", 0}}}};
+    before["worker"] = {{"dispatched", 100}};
+    for (const char* name : {"bigdata", "bd_count", "exception_log", "exception", "kpi", "bd_flow"}) {
+        before["writers"][name] = {{"present", true}, {"records", 1}, {"charge", 25}, {"cap", 100},
+                                   {"uploads", 1}, {"last_upload_time", 1000},
+                                   {"refused", {{"cap", 0}, {"invalid", 0}}}};
+    }
+    nlohmann::json now = before;
+    now["operations"][6]["calls"] = 50;
+    now["operations"][0]["refused"] = 4;
+    now["queue"]["depth"] = 0;
+    now["queue"]["dropped"]["queue_full"] = 6;
+    now["worker"]["dispatched"] = 180;
+    now["writers"]["kpi"]["present"] = false;
+    now["writers"]["bigdata"]["refused"]["invalid"] = 3;
+    const std::string screen = FormatScreen(now, before, 2.0, 1012);
+    std::istringstream lines(screen);
+    size_t count = 0;
+    for (std::string line; std::getline(lines, line); ++count) {
+        EXPECT_LE(line.size(), kScreenColumns) << line;
+    }
+    EXPECT_LE(count, kScreenLines - 2) << screen;
+    const auto has = [&screen](const std::string& text) {
+        return screen.find(text) != std::string::npos;
+    };
+    EXPECT_TRUE(has("calls                    250    20.0/s   refused         4     2.0/s"))
+            << screen;
+    EXPECT_EQ(screen.find("\n  WriteBigData (7)                      50    20.0/s"),
+              screen.find('\n')) << "the busiest operation comes first\n" << screen;
+    EXPECT_TRUE(has("queue             depth 0   high water 90 of 0")) << "no rate of a gauge";
+    EXPECT_TRUE(has("queue_full                   6     3.0/s")) << screen;
+    EXPECT_TRUE(has("dispatched       180    40.0/s")) << screen;
+    EXPECT_TRUE(has("  bigdata                1      25%       1     0.0/s   12 s ago")) << screen;
+    EXPECT_TRUE(has("  bigdata         invalid              3     1.5/s")) << screen;
+    EXPECT_FALSE(has("kpi")) << "a writer that is not there";
+    EXPECT_FALSE(has("         cap")) << "refusals zero since start";
+    EXPECT_LT(screen.find("exception_log"), screen.find("bd_flow")) << "the documented order";
+    EXPECT_LT(screen.find("bd_count"), screen.find("  bigdata"));
+    EXPECT_EQ(FormatScreen(now, nlohmann::json(), 2.0, 1012).find("/s"), std::string::npos)
+            << "no rates without an earlier sample";
+    nlohmann::json sample;
     std::string error;
-    ASSERT_TRUE(vymm::FormatRates(now, before, 2.0, &text, &error)) << error;
-    EXPECT_EQ(text,
-              "operations.WriteBigData#7.calls              30        10.0/s\n"
-              "queue.depth                                   0        -2.0/s\n");
-    ASSERT_TRUE(vymm::FormatRates(now, "", 2.0, &text, &error));
-    EXPECT_EQ(text.find("/s"), std::string::npos) << "no rate without an earlier sample";
-    EXPECT_FALSE(vymm::FormatRates("[1]", "", 2.0, &text, &error));
-    EXPECT_EQ(error, "the new sample is not a JSON object");
+    EXPECT_FALSE(ParseStatsSample("Dump busy: 2 dumps are running, try again\nmore", &sample,
+                                  &error));
+    EXPECT_EQ(error, "Dump busy: 2 dumps are running, try again");
 }

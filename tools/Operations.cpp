@@ -5,6 +5,9 @@
 #include <stdlib.h>
 #include <strings.h>
 
+#include <algorithm>
+#include <set>
+
 namespace vymm {
 
 const char kServiceName[] = "Vymedia.monitor";
@@ -104,6 +107,47 @@ std::vector<const Operation*> Named(const std::string& opWord) {
     return named;
 }
 
+// Letters to change, add or drop to turn a into b, in any case.
+size_t EditDistance(const std::string& a, const std::string& b) {
+    std::vector<size_t> row(b.size() + 1);
+    for (size_t j = 0; j <= b.size(); ++j) {
+        row[j] = j;
+    }
+    for (size_t i = 1; i <= a.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i;
+        for (size_t j = 1; j <= b.size(); ++j) {
+            const bool same = tolower(static_cast<unsigned char>(a[i - 1])) ==
+                              tolower(static_cast<unsigned char>(b[j - 1]));
+            const size_t next = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (same ? 0 : 1)});
+            diagonal = row[j];
+            row[j] = next;
+        }
+    }
+    return row[b.size()];
+}
+
+// The names closest to a misspelt one, a third of its letters off at most.
+std::string NearestNames(const std::string& word) {
+    std::set<std::string> names;
+    size_t best = word.size() / 3 + 1;
+    for (const Operation& op : Operations()) {
+        const size_t distance = EditDistance(word, op.name);
+        if (distance < best) {
+            names.clear();
+            best = distance;
+        }
+        if (distance == best) {
+            names.insert(op.name);
+        }
+    }
+    std::string out;
+    for (const std::string& name : names) {
+        out += (out.empty() ? "" : " or ") + name;
+    }
+    return out;
+}
+
 }  // namespace
 
 bool ParseTypedArgs(const std::vector<std::string>& words, size_t first,
@@ -151,7 +195,10 @@ Resolution Resolve(const std::string& opWord, const Args& args) {
     Resolution resolution;
     const std::vector<const Operation*> named = Named(opWord);
     if (named.empty()) {
-        resolution.error = "unknown operation \"" + opWord + "\" (see vymm list)";
+        const std::string nearest = NearestNames(opWord);
+        resolution.error = "unknown operation \"" + opWord + "\"" +
+                           (nearest.empty() ? "" : "; did you mean " + nearest + "?") +
+                           " (see vymm list)";
         return resolution;
     }
     for (const Operation* op : named) {

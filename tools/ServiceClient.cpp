@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <string.h>
+
 #include <chrono>
 #include <thread>
 
@@ -15,6 +17,7 @@
 #include <binder/BpBinder.h>
 #include <binder/IServiceManager.h>
 
+#include "tools/Deadline.h"
 #include "tools/TextLines.h"
 
 using android::IBinder;
@@ -81,6 +84,10 @@ private:
     int RunInChild(const Segment& segment) const;
     int RunSegment(const Segment& segment, const sp<IBinder>& binder) const;
     size_t CallsIn(const Segment& segment) const;
+    // "NAME:LINE: ", or "NAME: " for a step made up from a command line.
+    std::string Where(const TraceStep& step) const {
+        return step.line > 0 ? LinePrefix(mName, step.line) : mName + ": ";
+    }
 
     const std::vector<TraceStep>& mSteps;
     const std::string& mName;
@@ -150,7 +157,7 @@ int Replayer::RunSegment(const Segment& segment, const sp<IBinder>& binder) cons
         if (step.kind == TraceStep::SLEEP) {
             std::this_thread::sleep_for(std::chrono::milliseconds(SleepMs(step, mOptions)));
         } else if (step.kind == TraceStep::CALL &&
-                   !CallService(binder, *step.op, step.args, LinePrefix(mName, step.line))) {
+                   !CallService(binder, *step.op, step.args, Where(step))) {
             return EXIT_UNREACHABLE;
         }
     }
@@ -193,7 +200,7 @@ int Replayer::Run() {
         fprintf(stderr,
                 "%sas %u: only root can make calls from another uid; nothing was sent "
                 "(--skip-as skips those calls)\n",
-                LinePrefix(mName, as->line).c_str(), as->uid);
+                Where(*as).c_str(), as->uid);
         return EXIT_USAGE;
     }
     const sp<IBinder> binder = FindService(mOptions.waitMs);
@@ -231,13 +238,41 @@ std::string RuntimeFolder() {
     return env != nullptr && env[0] != '\0' ? env : kDefaultRuntimeFolder;
 }
 
+std::string StatusName(android::status_t status) {
+    static const struct {
+        android::status_t status;
+        const char* name;
+    } kNames[] = {
+            {android::FAILED_TRANSACTION, "FAILED_TRANSACTION"},
+            {android::DEAD_OBJECT, "DEAD_OBJECT"},
+            {android::WOULD_BLOCK, "WOULD_BLOCK"},
+            {android::TIMED_OUT, "TIMED_OUT"},
+            {android::PERMISSION_DENIED, "PERMISSION_DENIED"},
+            {android::BAD_VALUE, "BAD_VALUE"},
+            {android::NO_MEMORY, "NO_MEMORY"},
+            {android::UNKNOWN_TRANSACTION, "UNKNOWN_TRANSACTION"},
+            {android::INVALID_OPERATION, "INVALID_OPERATION"},
+            {android::NAME_NOT_FOUND, "NAME_NOT_FOUND"},
+    };
+    for (const auto& known : kNames) {
+        if (known.status == status) {
+            return known.name;
+        }
+    }
+    // Other statuses are negated errno values.
+    return status < 0 && status > -4096 ? std::string(strerror(-status)) + " (" +
+                                                   std::to_string(status) + ")"
+                                         : "status " + std::to_string(status);
+}
+
 sp<IBinder> FindService(int waitMs) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(waitMs);
+    const CallDeadline deadline("finding " + std::string(kServiceName), waitMs / 1000.0);
+    const auto published = std::chrono::steady_clock::now() + std::chrono::milliseconds(waitMs);
     const String16 name(kServiceName);
     const sp<android::IServiceManager> manager = android::defaultServiceManager();
     sp<IBinder> binder = manager->checkService(name);
     // getService itself waits a few seconds for the service to appear.
-    while (binder == nullptr && std::chrono::steady_clock::now() < deadline) {
+    while (binder == nullptr && std::chrono::steady_clock::now() < published) {
         binder = manager->getService(name);
     }
     if (binder == nullptr) {
@@ -253,21 +288,27 @@ sp<IBinder> FindService(int waitMs) {
 bool CallService(const sp<IBinder>& binder, const Operation& op,
                  const std::vector<TypedArg>& args, const std::string& where) {
     const sp<StatusKeeper> keeper = new StatusKeeper(binder);
-    op.invoke(*android::interface_cast<IVyMediaMonitorService>(keeper), args);
+    {
+        const CallDeadline deadline(where + std::string(kServiceName) + " taking " + op.name);
+        op.invoke(*android::interface_cast<IVyMediaMonitorService>(keeper), args);
+    }
     if (keeper->status() == android::NO_ERROR) {
         return true;
     }
     if (keeper->status() == android::WOULD_BLOCK) {
-        fprintf(stderr, "%s%s not delivered: the service took no call for %d s\n",
+        fprintf(stderr, "%s%s not delivered: the service took no call for %d s
+",
                 where.c_str(), op.name, kRoomWaitMs / 1000);
     } else {
-        fprintf(stderr, "%s%s not delivered (status %d)\n", where.c_str(), op.name,
-                keeper->status());
+        fprintf(stderr, "%s%s not delivered (%s)
+", where.c_str(), op.name,
+                StatusName(keeper->status()).c_str());
     }
     return false;
 }
 
 bool StillReachable(const sp<IBinder>& binder) {
+    const CallDeadline deadline(std::string(kServiceName) + " running the calls sent");
     if (binder->pingBinder() == android::NO_ERROR) {
         return true;
     }

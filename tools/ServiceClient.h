@@ -18,6 +18,9 @@ namespace vymm {
 // The tools' exit statuses.
 enum ExitStatus { EXIT_OK = 0, EXIT_UNREACHABLE = 1, EXIT_USAGE = 2 };
 
+// FAILED_TRANSACTION, DEAD_OBJECT, ...: a status as people read it.
+std::string StatusName(android::status_t status);
+
 // Where the runtime looks for services: $HOST_BINDER_DIR, else its default.
 std::string RuntimeFolder();
 
@@ -32,9 +35,9 @@ android::sp<android::IBinder> FindService(int waitMs);
 // every call made before has then not surely arrived.
 bool StillReachable(const android::sp<android::IBinder>& binder);
 
-// Makes the call; false, after saying on stderr "<where>OP not delivered",
-// when the transport did not deliver it (too large, the service gone, or
-// no room for it within the wait).
+// Makes the call; false, after saying on stderr "<where>OP not delivered
+// (STATUS)", when the transport did not deliver it (too large, the service
+// gone, or no room for it within the wait).
 bool CallService(const android::sp<android::IBinder>& binder, const Operation& op,
                  const std::vector<TypedArg>& args, const std::string& where);
 

@@ -17,8 +17,6 @@ bool ParseCount(const std::string& word, long long max, long long* value) {
     return errno == 0 && *end == '\0' && *value <= max;
 }
 
-namespace {
-
 bool ParseStep(const std::vector<std::string>& words, TraceStep* step, std::string* error) {
     const std::string& head = words[0];
     if (head != "sleep" && head != "as") {
@@ -38,8 +36,6 @@ bool ParseStep(const std::vector<std::string>& words, TraceStep* step, std::stri
     step->uid = isSleep ? 0 : static_cast<uid_t>(value);
     return true;
 }
-
-}  // namespace
 
 bool ParseTrace(std::istream& in, const std::string& name, std::vector<TraceStep>* steps,
                 std::string* error) {

@@ -29,6 +29,9 @@ struct TraceStep {
 // A decimal number from 0 to max, nothing else.
 bool ParseCount(const std::string& word, long long max, long long* value);
 
+// One line's words (not empty) as a step; false with the reason in error.
+bool ParseStep(const std::vector<std::string>& words, TraceStep* step, std::string* error);
+
 // The steps of the trace; false at the first malformed line, with
 // "NAME:LINE: ..." (and the expected signatures for a call) in error.
 bool ParseTrace(std::istream& in, const std::string& name, std::vector<TraceStep>* steps,

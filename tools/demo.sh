@@ -3,7 +3,8 @@
 # example trace into it, prints what it holds, forces a send and prints the
 # uploads, then stops it and prints its shutdown uploads. The service captures
 # the calls it took; the capture is replayed into a second host, whose uploads
-# are compared with the first one's. Last, the service's counters of the run.
+# are compared with the first one's. Then the service's counters of the run;
+# last, the run's timeline (run.json, for the trace viewer, and run.svg).
 # Usage: tools/demo.sh BUILD_DIR (built with the tools and the host libvexel.so).
 set -eu
 src=$(cd "$(dirname "$0")/.." && pwd)
@@ -16,6 +17,8 @@ chmod 755 "$dir"
 export HOST_BINDER_DIR="$dir/binder"
 export VEXEL_EVENT_LOG="$dir/events.jsonl"
 export LD_LIBRARY_PATH="$build/vexel${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}"
+# Each upload carries its time, for the timeline.
+export VEXEL_SEND_TIME=1
 
 skip=""
 note=""
@@ -31,6 +34,10 @@ section() { printf '\n==== %s ====\n' "$1"; }
     >"$dir/host.log" 2>&1 &
 host=$!
 trap 'kill "$host" 2>/dev/null || true' EXIT
+
+# The counters every half second while the first host runs, for the timeline.
+"$vymm" --wait 10000 stats --watch 0.5 --json >"$dir/stats.jsonl" 2>"$dir/stats.err" &
+watch=$!
 
 section "replaying examples/demo.trace"
 "$vymm" --wait 10000 replay $skip "$src/examples/demo.trace"
@@ -66,6 +73,7 @@ cat "$dir/late.trace"
 
 # Taken while the service runs; shown last.
 "$vymm" stats >"$dir/stats.txt"
+kill "$watch" 2>/dev/null || true
 
 section "SIGTERM: the shutdown uploads"
 kill -TERM "$host"
@@ -109,10 +117,18 @@ fi
 section "the demo's folder"
 echo "$dir: host.log (the service's log), events.jsonl (uploads), data/log (records"
 echo "and mediaCapture.trace, the capture), second/ (the host that replayed it),"
-echo "stats.txt (the counters below)"
+echo "stats.txt (the counters below), stats.jsonl (sampled every 0.5 s), run.json and"
+echo "run.svg (the timeline at the end)"
 if [ -n "$note" ]; then
     echo "$note"
 fi
 
 section "vymm stats: what the service counted, taken before SIGTERM"
 cat "$dir/stats.txt"
+
+section "vymm timeline: the run on one time axis"
+"$vymm" timeline "$capture" --events "$dir/events.jsonl" --stats "$dir/stats.jsonl" \
+    -o "$dir/run.json" --svg "$dir/run.svg"
+echo "$dir/run.json: open it in the trace viewer (https://ui.perfetto.dev, \"Open trace file\"):"
+echo "a track per calling uid, the uploads, and counters for the audio state and the queue."
+echo "$dir/run.svg: the same drawn by vymm, for a browser."

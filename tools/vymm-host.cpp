@@ -38,18 +38,24 @@ constexpr char kUsage[] =
         "  --props FILE   properties in build.prop form; -p sets one; later ones win\n"
         "  --lib PATH     the service library; default: libvymediamonitorservice.so\n"
         "                 next to vymm-host\n"
-        "SIGTERM or SIGINT stops the host after the service's shutdown.\n";
+        "  -h, --help     this text\n"
+        "The service uploads through libvexel.so, found on LD_LIBRARY_PATH, into\n"
+        "$VEXEL_EVENT_LOG. SIGTERM or SIGINT stops the host after the service's shutdown.\n";
+
+// The reporting library that the service loads by this name.
+constexpr char kReportingLibrary[] = "libvexel.so";
 
 constexpr char kLaunchSymbol[] = "launchVyMediaMonitorService";
 
 struct HostOptions {
+    bool help = false;
     std::string root = ".";
     std::string lib;
     PropertyMap props;
 };
 
-int Usage(const std::string& problem) {
-    fprintf(stderr, "vymm-host: %s\n%s", problem.c_str(), kUsage);
+int Slip(const std::string& problem) {
+    fprintf(stderr, "vymm-host: %s; see `vymm-host --help`\n", problem.c_str());
     return EXIT_USAGE;
 }
 
@@ -60,6 +66,10 @@ std::string DefaultLibrary() {
 }
 
 bool AddPropertyFile(const std::string& name, PropertyMap* props, std::string* error) {
+    if (std::filesystem::is_directory(name)) {
+        *error = name + " is a folder, not a properties file";
+        return false;
+    }
     std::ifstream in(name);
     if (!in) {
         *error = "cannot read " + name + ": " + strerror(errno);
@@ -73,6 +83,10 @@ bool AddPropertyFile(const std::string& name, PropertyMap* props, std::string* e
 bool ParseOptions(int argc, char** argv, HostOptions* options, std::string* error) {
     for (int i = 1; i < argc; ++i) {
         const std::string option = argv[i];
+        if (option == "-h" || option == "--help" || option == "help") {
+            options->help = true;
+            return true;
+        }
         if (i + 1 == argc) {
             *error = "missing value after " + option;
             return false;
@@ -99,6 +113,18 @@ bool ParseOptions(int argc, char** argv, HostOptions* options, std::string* erro
         options->lib = DefaultLibrary();
     }
     return true;
+}
+
+// Said at the start, not at the first upload: without the library every
+// upload is lost.
+void WarnWithoutReportingLibrary() {
+    void* handle = dlopen(kReportingLibrary, RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) {
+        fprintf(stderr, "vymm-host: warning: the reporting library cannot be loaded, uploads "
+                "will be lost: %s (is its folder on LD_LIBRARY_PATH?)\n", dlerror());
+        return;
+    }
+    dlclose(handle);
 }
 
 bool EnterRoot(const std::string& root) {
@@ -147,8 +173,13 @@ int main(int argc, char** argv) {
     HostOptions options;
     std::string error;
     if (!ParseOptions(argc, argv, &options, &error)) {
-        return Usage(error);
+        return Slip(error);
     }
+    if (options.help) {
+        printf("%s", kUsage);
+        return EXIT_OK;
+    }
+    WarnWithoutReportingLibrary();
     if (!EnterRoot(options.root)) {
         return EXIT_UNREACHABLE;
     }

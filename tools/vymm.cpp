@@ -1,54 +1,90 @@
 // vymm: the command-line client of "Vymedia.monitor" on a host, in the idiom
-// of `service call` and `dumpsys`. See usage below.
+// of `service call` and `dumpsys`. See the usage texts below.
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
-#include <cmath>
+#include <algorithm>
+#include <chrono>
+#include <iterator>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include <IVyMediaMonitorService.h>
+#include <private/android_filesystem_config.h>
 #include <utils/String16.h>
 #include <utils/Vector.h>
 
+#include "tools/Deadline.h"
 #include "tools/EventLog.h"
 #include "tools/Operations.h"
 #include "tools/ServiceClient.h"
 #include "tools/Stats.h"
+#include "tools/Timeline.h"
 #include "tools/Trace.h"
 
 using namespace vymm;
 using android::sp;
+using nlohmann::json;
 
 namespace {
 
-constexpr char kUsage[] =
-        "usage: vymm [--wait MS] COMMAND\n"
-        "  list                          the operations, their numbers and arguments\n"
-        "  call OP ARG...                call operation OP (number or name); each ARG is\n"
-        "                                i32 N, s8 TEXT or null\n"
-        "  dump [ARG...]                 the service's dump, as dumpsys prints it\n"
-        "  stats [--json] [--watch S]    the service's counters; --watch refreshes them\n"
-        "                                every S seconds with the rates per second\n"
-        "                                (with --json: one JSON line per sample)\n"
-        "  replay [--fast | --speed F] [--skip-as] [--max-sleep MS] FILE\n"
-        "                                replay a trace: one call a line, sleep MS, as UID;\n"
-        "                                --speed F sleeps MS / F, --fast not at all;\n"
-        "                                refused if its sleeps add up to more than MS\n"
-        "                                (default 3600000, an hour)\n"
-        "  events [FILE]                 the uploaded events ($VEXEL_EVENT_LOG)\n"
-        "--wait MS waits for the service to be published. Exit status: 0 done,\n"
-        "1 the service cannot be reached or a call was not delivered, 2 bad usage.\n";
+using Words = std::vector<std::string>;
 
-int Usage(const char* problem) {
-    fprintf(stderr, "vymm: %s\n%s", problem, kUsage);
+struct Globals {
+    int waitMs = 0;
+};
+
+struct Command {
+    const char* name;
+    const char* usage;  // its lines of the usage, the first one its synopsis
+    int (*run)(const Words& words, const Globals& globals);
+};
+
+constexpr char kHead[] = "usage: vymm [--wait MS] [--timeout S] COMMAND [ARG...]\n";
+constexpr char kTail[] =
+        "--wait MS waits for the service to be published; --timeout S is the deadline of\n"
+        "each call to it (default 5 s). vymm help COMMAND or vymm COMMAND --help shows one\n"
+        "command. Exit status: 0 done, 1 the service cannot be reached, did not answer or\n"
+        "did not take a call, or a file cannot be read; 2 bad usage.\n";
+
+// "vymm call: PROBLEM; see `vymm --help`" on stderr; bad usage.
+int Slip(const std::string& where, const std::string& problem) {
+    fprintf(stderr, "vymm%s%s: %s; see `vymm --help`\n", where.empty() ? "" : " ",
+            where.c_str(), problem.c_str());
     return EXIT_USAGE;
 }
 
-int List() {
+bool IsHelp(const std::string& word) { return word == "-h" || word == "--help"; }
+
+bool ParseNumber(const std::string& word, double low, double high, double* value) {
+    char* end = nullptr;
+    *value = strtod(word.c_str(), &end);
+    return !word.empty() && *end == '\0' && *value >= low && *value <= high;
+}
+
+// An input file, refused when it is a folder (bad usage) or cannot be read.
+int OpenInput(const char* command, const std::string& name, std::ifstream* in) {
+    struct stat st = {};
+    if (stat(name.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
+        return Slip(command, name + " is a folder, not a file");
+    }
+    in->open(name);
+    if (!*in) {
+        fprintf(stderr, "vymm %s: cannot read %s: %s\n", command, name.c_str(), strerror(errno));
+        return EXIT_UNREACHABLE;
+    }
+    return EXIT_OK;
+}
+
+int List(const Words& words, const Globals&) {
+    if (!words.empty()) {
+        return Slip("list", "takes no arguments");
+    }
     for (const Operation& op : Operations()) {
         printf("%2d  %s\n", op.number, Signature(op).c_str());
     }
@@ -56,25 +92,55 @@ int List() {
     return EXIT_OK;
 }
 
-int Call(const std::vector<std::string>& words, int waitMs) {
-    const Operation* op = nullptr;
-    std::vector<TypedArg> args;
+// Operations 1 to 3 admit the audio and media services' uids only.
+bool Admitted(const Operation& op, uid_t uid) {
+    const uid_t kAdmitted[] = {AID_AUDIO, AID_CAMERA,   AID_MEDIA,
+                               AID_MEDIA_DRM, AID_MEDIA_EX, AID_MEDIA_CODEC};
+    return op.number > 3 || std::find(std::begin(kAdmitted), std::end(kAdmitted), uid) !=
+                                    std::end(kAdmitted);
+}
+
+int Call(const Words& words, const Globals& globals) {
+    long long uid = -1;
+    size_t first = 0;
+    if (!words.empty() && words[0] == "--as") {
+        if (words.size() < 2 || !ParseCount(words[1], UINT32_MAX - 1, &uid)) {
+            return Slip("call", "--as takes a uid");
+        }
+        if (geteuid() != 0) {
+            return Slip("call", "--as " + words[1] + ": only root can call from another uid");
+        }
+        first = 2;
+    }
+    TraceStep call;
     std::string error;
-    if (!ParseCall(words, 0, &op, &args, &error)) {
+    if (!ParseCall(words, first, &call.op, &call.args, &error)) {
         fprintf(stderr, "vymm call: %s\n", error.c_str());
         return EXIT_USAGE;
     }
-    const sp<android::IBinder> binder = FindService(waitMs);
-    if (binder == nullptr) {
-        return EXIT_UNREACHABLE;
+    std::vector<TraceStep> steps;
+    if (uid >= 0) {
+        TraceStep as;
+        as.kind = TraceStep::AS;
+        as.uid = static_cast<uid_t>(uid);
+        steps.push_back(as);
     }
-    return CallService(binder, *op, args, "vymm call: ") && StillReachable(binder)
-                   ? EXIT_OK
-                   : EXIT_UNREACHABLE;
+    steps.push_back(call);
+    ReplayOptions options;
+    options.waitMs = globals.waitMs;
+    const int status = Replay(steps, "vymm call", options);
+    const uid_t caller = uid >= 0 ? static_cast<uid_t>(uid) : geteuid();
+    if (status == EXIT_OK && !Admitted(*call.op, caller)) {
+        fprintf(stderr,
+                "vymm call: the service refuses %s from uid %u: operations 1 to 3 admit uids "
+                "1005, 1006, 1013, 1031, 1040 and 1046 only (as root: vymm call --as 1013 ...)\n",
+                call.op->name, caller);
+    }
+    return status;
 }
 
-int Dump(const std::vector<std::string>& words, int waitMs) {
-    const sp<android::IBinder> binder = FindService(waitMs);
+int Dump(const Words& words, const Globals& globals) {
+    const sp<android::IBinder> binder = FindService(globals.waitMs);
     if (binder == nullptr) {
         return EXIT_UNREACHABLE;
     }
@@ -83,67 +149,90 @@ int Dump(const std::vector<std::string>& words, int waitMs) {
         args.add(android::String16(word.c_str()));
     }
     fflush(stdout);
-    const android::status_t status = binder->dump(STDOUT_FILENO, args);
+    android::status_t status;
+    {
+        const CallDeadline deadline(std::string(kServiceName) + " dumping");
+        status = binder->dump(STDOUT_FILENO, args);
+    }
     if (status != android::NO_ERROR) {
-        fprintf(stderr, "vymm dump: the dump failed (%d)\n", status);
+        fprintf(stderr, "vymm dump: the dump failed (%s)\n", StatusName(status).c_str());
         return EXIT_UNREACHABLE;
     }
     return EXIT_OK;
 }
 
-// Every S seconds, the counters with their rates, like top; or, with json,
-// one JSON line per sample.
-int WatchStats(const sp<android::IBinder>& binder, double seconds, bool json) {
-    std::string before;
-    for (;;) {
-        std::string now;
+int64_t WallMicros() {
+    return std::chrono::duration_cast<std::chrono::microseconds>(
+                   std::chrono::system_clock::now().time_since_epoch())
+            .count();
+}
+
+// One sample every S seconds: a screen redrawn in place like top's, or one
+// JSON object a line. A busy or denied answer costs that sample only.
+int WatchStats(const sp<android::IBinder>& binder, double seconds, bool asJson) {
+    json before;
+    for (;; usleep(static_cast<useconds_t>(seconds * 1e6))) {
         std::string text;
         std::string error;
-        if (!FetchDump(binder, {"--stats", "--json"}, &now, &error) ||
-            (!json && !FormatRates(now, before, seconds, &text, &error))) {
+        if (!FetchDump(binder, {"--stats", "--json"}, &text, &error)) {
             fprintf(stderr, "vymm stats: %s\n", error.c_str());
             return EXIT_UNREACHABLE;
         }
-        if (json) {
-            fputs(now.c_str(), stdout);
+        json sample;
+        const bool taken = ParseStatsSample(text, &sample, &error);
+        if (asJson) {
+            if (taken) {
+                sample["sampled_us"] = WallMicros();
+                printf("%s\n", sample.dump().c_str());
+            } else {
+                fprintf(stderr, "vymm stats: the service answered: %s\n", error.c_str());
+            }
         } else {
-            printf("\033[H\033[2Jvymm stats, every %g s (total, change per second)\n\n%s",
-                   seconds, text.c_str());
+            std::string screen = taken ? FormatScreen(sample, before, seconds, time(nullptr))
+                                       : "the service answered: " + error + "\n";
+            printf("\033[H%s, every %g s\033[K\n\n", kServiceName, seconds);
+            for (size_t at = 0; (at = screen.find('\n', at)) != std::string::npos; at += 4) {
+                screen.insert(at, "\033[K");
+            }
+            printf("%s\033[J", screen.c_str());
         }
         fflush(stdout);
-        before = now;
-        usleep(static_cast<useconds_t>(seconds * 1e6));
+        if (taken) {
+            before = std::move(sample);
+        }
     }
 }
 
-int Stats(const std::vector<std::string>& words, int waitMs) {
-    bool json = false;
+bool IsRefusal(const std::string& text) {
+    return text.rfind("Dump busy", 0) == 0 || text.rfind("Permission Denial", 0) == 0;
+}
+
+int Stats(const Words& words, const Globals& globals) {
+    bool asJson = false;
     double watch = 0;
     for (size_t i = 0; i < words.size(); ++i) {
         if (words[i] == "--json") {
-            json = true;
-        } else if (words[i] == "--watch") {
-            char* end = nullptr;
-            watch = i + 1 < words.size() ? strtod(words[++i].c_str(), &end) : 0;
-            if (end == nullptr || *end != '\0' || !(watch >= 0.1 && watch <= 3600)) {
-                return Usage("--watch takes seconds, from 0.1 to 3600");
-            }
-        } else {
-            return Usage(("unknown stats argument " + words[i]).c_str());
+            asJson = true;
+        } else if (words[i] != "--watch") {
+            return Slip("stats", "unknown argument " + words[i]);
+        } else if (++i == words.size() || !ParseNumber(words[i], 0.1, 3600, &watch)) {
+            return Slip("stats", "--watch takes seconds, from 0.1 to 3600");
         }
     }
-    const sp<android::IBinder> binder = FindService(waitMs);
+    const sp<android::IBinder> binder = FindService(globals.waitMs);
     if (binder == nullptr) {
         return EXIT_UNREACHABLE;
     }
     if (watch > 0) {
-        return WatchStats(binder, watch, json);
+        return WatchStats(binder, watch, asJson);
     }
     std::string text;
     std::string error;
-    if (!FetchDump(binder, json ? std::vector<std::string>{"--stats", "--json"}
-                                : std::vector<std::string>{"--stats"},
-                   &text, &error)) {
+    json sample;
+    if (!FetchDump(binder, asJson ? Words{"--stats", "--json"} : Words{"--stats"}, &text,
+                   &error) ||
+        (asJson && !ParseStatsSample(text, &sample, &error)) ||
+        (!asJson && IsRefusal(error = text.substr(0, text.find('\n'))))) {
         fprintf(stderr, "vymm stats: %s\n", error.c_str());
         return EXIT_UNREACHABLE;
     }
@@ -151,69 +240,60 @@ int Stats(const std::vector<std::string>& words, int waitMs) {
     return EXIT_OK;
 }
 
-bool ParseSpeed(const std::string& word, double* speed) {
-    char* end = nullptr;
-    *speed = strtod(word.c_str(), &end);
-    return !word.empty() && *end == '\0' && std::isfinite(*speed) && *speed > 0;
-}
-
-int ReplayFile(const std::vector<std::string>& words, int waitMs) {
+int ReplayFile(const Words& words, const Globals& globals) {
     ReplayOptions options;
-    options.waitMs = waitMs;
+    options.waitMs = globals.waitMs;
     options.progress = isatty(STDERR_FILENO) != 0;
-    size_t i = 0;
-    for (; i < words.size() && words[i].rfind("--", 0) == 0; ++i) {
-        if (words[i] == "--max-sleep") {
-            long long ms = 0;
+    Words files;
+    for (size_t i = 0; i < words.size(); ++i) {
+        const std::string& word = words[i];
+        long long ms = 0;
+        if (word.rfind("--", 0) != 0) {
+            files.push_back(word);
+        } else if (word == "--fast") {
+            options.fast = true;
+        } else if (word == "--skip-as") {
+            options.skipOtherUids = true;
+        } else if (word == "--max-sleep") {
             if (++i == words.size() || !ParseCount(words[i], INT64_MAX, &ms)) {
-                return Usage("--max-sleep takes milliseconds");
+                return Slip("replay", "--max-sleep takes milliseconds");
             }
             options.maxSleepMs = ms;
-        } else if (words[i] == "--fast") {
-            options.fast = true;
-        } else if (words[i] == "--speed") {
-            if (++i == words.size() || !ParseSpeed(words[i], &options.speed)) {
-                return Usage("--speed takes a factor above 0, such as 0.5 or 10");
-            }
-        } else if (words[i] == "--skip-as") {
-            options.skipOtherUids = true;
-        } else {
-            return Usage(("unknown replay option " + words[i]).c_str());
+        } else if (word != "--speed") {
+            return Slip("replay", "unknown option " + word);
+        } else if (++i == words.size() || !ParseNumber(words[i], 1e-6, 1e6, &options.speed)) {
+            return Slip("replay", "--speed takes a factor above 0, such as 0.5 or 10");
         }
     }
-    if (i + 1 != words.size()) {
-        return Usage("replay takes one trace file");
+    if (files.size() != 1) {
+        return Slip("replay", "takes one trace file");
     }
-    const std::string& name = words[i];
-    std::ifstream in(name);
-    if (!in) {
-        fprintf(stderr, "vymm replay: cannot read %s: %s\n", name.c_str(), strerror(errno));
-        return EXIT_USAGE;
+    std::ifstream in;
+    if (const int status = OpenInput("replay", files[0], &in); status != EXIT_OK) {
+        return status;
     }
     std::vector<TraceStep> steps;
     std::string error;
-    if (!ParseTrace(in, name, &steps, &error)) {
+    if (!ParseTrace(in, files[0], &steps, &error)) {
         fprintf(stderr, "vymm replay: %s\nnothing was sent\n", error.c_str());
         return EXIT_USAGE;
     }
-    return Replay(steps, name, options);
+    return Replay(steps, files[0], options);
 }
 
-int Events(const std::vector<std::string>& words) {
+int Events(const Words& words, const Globals&) {
     const char* env = getenv("VEXEL_EVENT_LOG");
     if (words.size() > 1 || (words.empty() && (env == nullptr || env[0] == '\0'))) {
-        return Usage("events takes one file, else reads $VEXEL_EVENT_LOG");
+        return Slip("events", "takes one file, else reads $VEXEL_EVENT_LOG");
     }
     const std::string name = words.empty() ? env : words[0];
-    std::ifstream in(name);
-    if (!in) {
-        if (errno == ENOENT) {
-            fprintf(stderr, "vymm events: no events recorded: %s does not exist\n",
-                    name.c_str());
-            return EXIT_OK;
-        }
-        fprintf(stderr, "vymm events: cannot read %s: %s\n", name.c_str(), strerror(errno));
-        return EXIT_USAGE;
+    if (words.empty() && access(name.c_str(), F_OK) != 0 && errno == ENOENT) {
+        fprintf(stderr, "vymm events: no events recorded: %s does not exist\n", name.c_str());
+        return EXIT_OK;
+    }
+    std::ifstream in;
+    if (const int status = OpenInput("events", name, &in); status != EXIT_OK) {
+        return status;
     }
     std::string line;
     std::string text;
@@ -227,42 +307,173 @@ int Events(const std::vector<std::string>& words) {
     return EXIT_OK;
 }
 
+// Reads the file of option into the timeline; an exit status.
+int AddToTimeline(const std::string& name,
+                  bool (TimelineBuilder::*add)(std::istream&, const std::string&, std::string*),
+                  TimelineBuilder* timeline) {
+    std::ifstream in;
+    if (const int status = OpenInput("timeline", name, &in); status != EXIT_OK) {
+        return status;
+    }
+    std::string error;
+    if (!(timeline->*add)(in, name, &error)) {
+        fprintf(stderr, "vymm timeline: %s\n", error.c_str());
+        return EXIT_USAGE;
+    }
+    return EXIT_OK;
+}
+
+int WriteOutput(const std::string& name, const std::string& text) {
+    std::ofstream out(name, std::ios::trunc);
+    if (!(out << text) || !out.flush()) {
+        fprintf(stderr, "vymm timeline: cannot write %s: %s\n", name.c_str(), strerror(errno));
+        return EXIT_UNREACHABLE;
+    }
+    return EXIT_OK;
+}
+
+int Timeline(const Words& words, const Globals&) {
+    std::string capture;
+    std::string output;
+    std::string events;
+    std::string stats;
+    std::string svg;
+    for (size_t i = 0; i < words.size(); ++i) {
+        std::string* value = words[i] == "-o"         ? &output
+                             : words[i] == "--events" ? &events
+                             : words[i] == "--stats"  ? &stats
+                             : words[i] == "--svg"    ? &svg
+                                                      : nullptr;
+        if (value == nullptr && words[i].rfind("-", 0) == 0) {
+            return Slip("timeline", "unknown option " + words[i]);
+        }
+        if (value == nullptr && !capture.empty()) {
+            return Slip("timeline", "takes one capture, " + words[i] + " is a second");
+        }
+        if (value != nullptr && ++i == words.size()) {
+            return Slip("timeline", words[i - 1] + " takes a file");
+        }
+        *(value != nullptr ? value : &capture) = words[i];
+    }
+    if (capture.empty() || output.empty()) {
+        return Slip("timeline", capture.empty() ? "takes a capture file" : "takes -o FILE");
+    }
+    TimelineBuilder timeline;
+    int status = AddToTimeline(capture, &TimelineBuilder::AddCapture, &timeline);
+    if (status == EXIT_OK && !events.empty()) {
+        status = AddToTimeline(events, &TimelineBuilder::AddUploads, &timeline);
+    }
+    if (status == EXIT_OK && !stats.empty()) {
+        status = AddToTimeline(stats, &TimelineBuilder::AddStats, &timeline);
+    }
+    if (status == EXIT_OK) {
+        status = WriteOutput(output, timeline.Text());
+    }
+    if (status == EXIT_OK && !svg.empty()) {
+        status = WriteOutput(svg, TimelineSvg(timeline.Trace()));
+    }
+    return status;
+}
+
+int Help(const Words& words, const Globals&);
+
+const Command kCommands[] = {
+        {"list", "  list                        the operations, their numbers and arguments\n",
+         List},
+        {"call",
+         "  call [--as UID] OP ARG...   call operation OP (number or name); each ARG is\n"
+         "                              i32 N, s8 TEXT or null; --as: from that uid (root)\n",
+         Call},
+        {"dump",
+         "  dump [ARG...]               the service's dump, as dumpsys prints it; the ARGs\n"
+         "                              go to the service (-a, --stats, --reset-stats...)\n",
+         Dump},
+        {"stats",
+         "  stats [--json] [--watch S]  the service's counters; --watch S shows a screen of\n"
+         "                              what matters every S seconds, with rates per second\n"
+         "                              (with --json: one JSON object a line)\n",
+         Stats},
+        {"replay",
+         "  replay FILE [--fast | --speed F] [--skip-as] [--max-sleep MS]\n"
+         "                              replay a trace: one call a line, sleep MS, as UID;\n"
+         "                              --speed F sleeps MS / F, --fast not at all; refused\n"
+         "                              if its sleeps add up to more than MS (default an hour)\n",
+         ReplayFile},
+        {"events", "  events [FILE]               the uploaded events ($VEXEL_EVENT_LOG)\n",
+         Events},
+        {"timeline",
+         "  timeline CAPTURE -o OUT.json [--events FILE] [--stats FILE] [--svg OUT.svg]\n"
+         "                              a capture's calls, the uploads (events.jsonl) and a\n"
+         "                              stats --watch S --json log on one time axis, as a\n"
+         "                              JSON trace for a trace viewer; --svg draws it\n",
+         Timeline},
+        {"help", "  help [COMMAND]              this text, or one command's\n", Help},
+};
+
+const Command* Find(const std::string& name) {
+    for (const Command& command : kCommands) {
+        if (name == command.name) {
+            return &command;
+        }
+    }
+    return nullptr;
+}
+
+int Help(const Words& words, const Globals&) {
+    const Command* one = words.size() == 1 ? Find(words[0]) : nullptr;
+    if (words.size() > 1 || (words.size() == 1 && one == nullptr)) {
+        return Slip("help", "unknown command " + words.back());
+    }
+    printf("%s", kHead);
+    for (const Command& command : kCommands) {
+        if (one == nullptr || one == &command) {
+            printf("%s", command.usage);
+        }
+    }
+    printf("%s", one == nullptr ? kTail : "");
+    return EXIT_OK;
+}
+
+// Asks for a command's help: a call only before its operation, whose
+// arguments may be any text.
+bool AsksHelp(const Command& command, const Words& words) {
+    if (std::string(command.name) == "call") {
+        return !words.empty() && IsHelp(words[0]);
+    }
+    return std::find_if(words.begin(), words.end(), IsHelp) != words.end();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::vector<std::string> words(argv + 1, argv + argc);
-    int waitMs = 0;
-    if (words.size() >= 2 && words[0] == "--wait") {
-        char* end = nullptr;
-        const long value = strtol(words[1].c_str(), &end, 10);
-        if (*end != '\0' || value < 0 || value > 600000) {
-            return Usage("--wait takes milliseconds, at most 600000");
+    Words words(argv + 1, argv + argc);
+    Globals globals;
+    while (!words.empty() && (words[0] == "--wait" || words[0] == "--timeout")) {
+        double value = 0;  // milliseconds for --wait, seconds for --timeout
+        const bool wait = words[0] == "--wait";
+        if (words.size() < 2 ||
+            !ParseNumber(words[1], wait ? 0 : 0.001, wait ? 600000 : 3600, &value)) {
+            return Slip("", wait ? "--wait takes milliseconds, at most 600000"
+                                 : "--timeout takes seconds, at most 3600");
         }
-        waitMs = static_cast<int>(value);
+        if (wait) {
+            globals.waitMs = static_cast<int>(value);
+        } else {
+            SetCallTimeout(value);
+        }
         words.erase(words.begin(), words.begin() + 2);
     }
     if (words.empty()) {
-        return Usage("missing command");
+        return Slip("", "missing command");
     }
-    const std::string command = words[0];
+    if (IsHelp(words[0])) {
+        return Help({}, globals);
+    }
+    const Command* command = Find(words[0]);
+    if (command == nullptr) {
+        return Slip("", "unknown command " + words[0]);
+    }
     words.erase(words.begin());
-    if (command == "list" && words.empty()) {
-        return List();
-    }
-    if (command == "call") {
-        return Call(words, waitMs);
-    }
-    if (command == "dump") {
-        return Dump(words, waitMs);
-    }
-    if (command == "stats") {
-        return Stats(words, waitMs);
-    }
-    if (command == "replay") {
-        return ReplayFile(words, waitMs);
-    }
-    if (command == "events") {
-        return Events(words);
-    }
-    return Usage(("unknown command " + command).c_str());
+    return AsksHelp(*command, words) ? Help({command->name}, globals)
+                                     : command->run(words, globals);
 }

@@ -2,7 +2,9 @@
 // appended to $VEXEL_EVENT_LOG, so tests and the demo see exactly what went
 // out. A line is valid JSON in UTF-8 whatever bytes the caller's texts hold.
 // Event ids listed in $VEXEL_REJECT_IDS (comma-separated) cannot be created;
-// $VEXEL_SEND_DELAY_US makes each send take that many microseconds longer.
+// $VEXEL_SEND_DELAY_US makes each send take that many microseconds longer;
+// $VEXEL_SEND_TIME=1 adds "sent_us", the wall-clock time of the send in
+// microseconds, to each line (for `vymm timeline`).
 #include <vexel.h>
 
 #include <fcntl.h>
@@ -137,7 +139,14 @@ struct VexelEventObj {
     // One line of valid JSON in UTF-8 whatever bytes the texts hold: a byte
     // sequence that is not UTF-8 becomes U+FFFD.
     std::string ToLine() const {
-        return ToJson().dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+        Json line = ToJson();
+        const char* stamp = getenv("VEXEL_SEND_TIME");
+        if (stamp != nullptr && std::string(stamp) == "1") {
+            line["sent_us"] = std::chrono::duration_cast<std::chrono::microseconds>(
+                                      std::chrono::system_clock::now().time_since_epoch())
+                                      .count();
+        }
+        return line.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
     }
 };
 
