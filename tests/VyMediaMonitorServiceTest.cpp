@@ -132,14 +132,17 @@ TEST_F(ServiceTest, EachRouteHandsItsWriterTheFieldsOfItsCall) {
     ServiceProbe& probe = Start();
     probe.mStaticTypeFlags.add(30000, 3);  // both files
     ActAs(1013);
-    probe.WriteMediaBigData(77, 30000, "both");
+    probe.WriteMediaBigData(77, 30000, "bo\nth");
     probe.WriteBigData(916000000, "sub", "pkg.type", "param", 3);
     probe.WriteBigData(990971022, "activity", "pkg", "action");
     probe.WriteBigData(916700001, "rec.pkg", 1, 2, 3, 4);
     probe.WriteBigData(916019104, "speaker", "out.pkg", 5, 6);
     probe.WriteLogMsg(905, 1, 2, String8("why"), String8("app"), 7, String8("c"), 908);
+    probe.WriteBigData(916300001, "k\n", 1, 0);
     ASSERT_TRUE(probe.Drain(mLog));
-    EXPECT_NE(DumpText(*probe.mBDFlowWriter).find("both"), std::string::npos);
+    // A client's line breaks stay escaped in the dumps.
+    EXPECT_NE(DumpText(*probe.mBDFlowWriter).find("bo\\nth"), std::string::npos);
+    EXPECT_NE(DumpText(*probe.mBigDataWriter).find("type: k\\n, value: 1\n"), std::string::npos);
     EXPECT_NE(DumpText(*probe.mBDCountWriter).find("\t30000:1\n"), std::string::npos);
     Stop();  // uploads what the writers hold
 
