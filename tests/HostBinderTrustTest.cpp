@@ -49,13 +49,20 @@ TEST(RuntimeFolderTest, RefusesAFolderOthersCouldChangeNamingTheDirectoryAtFault
     ExpectRefused(top + "/link/rt", top + "/link is a symbolic link or not a folder");
     ExpectRefused("relative/rt", "relative/rt is not an absolute path");
     EXPECT_FALSE(std::filesystem::exists(top + "/real/rt"));
+}
 
+// Folders of other users, and sticky ones of root, are made only by root.
+TEST(RuntimeFolderTest, RefusesAnotherUsersFolderAndTakesRootsStickyOneAsRoot) {
     if (geteuid() != 0) {
-        GTEST_SKIP() << "folders of other users, and sticky ones of root, need root";
+        GTEST_SKIP() << "needs root";
     }
+    ScopedBinderDir dir;
+    const std::string top = dir.path();
+    ASSERT_EQ(mkdir((top + "/real").c_str(), 0755), 0);
     ASSERT_EQ(chown((top + "/real").c_str(), kOtherUid, kOtherUid), 0);
     ExpectRefused(top + "/real/rt", top + "/real is owned by uid 1047");
     // As /tmp: all may add entries, none remove or rename those of others.
+    ASSERT_EQ(mkdir((top + "/shared").c_str(), 0755), 0);
     ASSERT_EQ(chmod((top + "/shared").c_str(), 01777), 0);
     setenv("HOST_BINDER_DIR", (top + "/shared/rt").c_str(), 1);
     EXPECT_EQ(defaultServiceManager()->addService(String16("svc"), new BBinder), NO_ERROR);

@@ -85,6 +85,13 @@ TEST_F(BDWriterTest, CountWriterCountsByApplicationThenPidSaturatesAndFlushesAtI
     EXPECT_EQ(writer->mLogMemSize, 4u) << "128 pairs flushed, one held";
     const std::string file = ReadFile(BD_COUNT_FILE);
     EXPECT_EQ(std::count(file.begin(), file.end(), '\t'), 128);
+
+    // Without a policy to flush it, the writer refuses what comes past its cap.
+    sp<CountWriter> alone = new CountWriter(nullptr);
+    for (int type = 0; type <= 128; ++type) {
+        alone->WriteBigDataMsg(kUnknownPid, type);
+    }
+    EXPECT_EQ(alone->mLogMemSize, 512u);
 }
 
 TEST_F(BDWriterTest, FlowWriterFileAndDumpDifferByTheirBlanksAndItUploadsWhenDueEvenIfFull) {

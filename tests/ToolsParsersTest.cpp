@@ -1,5 +1,5 @@
-// The host tools' parsers, in-process: the operation table, property files
-// and trace lines.
+// The host tools' parsers, in-process: the operation table, property files,
+// trace lines, quoted words and event log lines.
 #include <sstream>
 #include <string>
 #include <vector>
@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "support/RecordingMonitorService.h"
+#include "tools/EventLog.h"
 #include "tools/Operations.h"
 #include "tools/Properties.h"
 #include "tools/Stats.h"
@@ -115,6 +116,23 @@ TEST(ToolsParsersTest, TraceErrorsNameTheirLine) {
     EXPECT_EQ(TraceError("as 0\nWriteKpis s8 \"open\n"), "t.trace:2: unclosed quote");
     EXPECT_EQ(TraceError("WriteKpis s8 \"a\"b\n").rfind("t.trace:1: ", 0), 0u);
     EXPECT_EQ(TraceError("WriteKpis s8 \"\\q\"\n").rfind("t.trace:1: unknown escape", 0), 0u);
+}
+
+TEST(ToolsParsersTest, QuotedWordsReadBackAsWrittenAndEventLinesAsRecorded) {
+    for (const char* text : {"#tag", "say \"hi\"", "a\\b", "tab\tnl\n\x01\x7f", ""}) {
+        EXPECT_EQ(Words("s8 " + QuoteWord(text)), (std::vector<std::string>{"s8", text}))
+                << QuoteWord(text);
+    }
+    EXPECT_EQ(Words("\"\\x4a\\x4B\""), std::vector<std::string>{"JK"});
+    std::vector<std::string> words;
+    std::string error;
+    EXPECT_FALSE(SplitWords("\"\\xg0\"", &words, &error));
+
+    std::string text;
+    ASSERT_TRUE(FormatEvent(
+            R"({"id":7,"params":[{"name":"f","floats":[1.5,null]},{"name":"s","str":"x"}]})",
+            &text));
+    EXPECT_EQ(text, "7 f=[1.5, null] s=\"x\"");
 }
 
 }  // namespace

@@ -1,4 +1,8 @@
+#include <fcntl.h>
 #include <limits.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <functional>
@@ -13,6 +17,7 @@
 #include <gtest/gtest.h>
 #include <private/android_filesystem_config.h>
 
+#include "service/CallerOutput.h"
 #include "service/DumpSlots.h"
 #include "service/MonitorStatsRenderer.h"
 #include "support/LogCapture.h"
@@ -207,6 +212,38 @@ TEST_F(MonitorEntryPointsTest, DumpNeedsDebuggableAValidFdAndTheMediaUidOrThePer
     EXPECT_EQ(TakeServiceLines(), Lines());
 }
 
+// A dump's text goes to the caller's descriptor without waiting past the
+// deadline, without a signal when the caller has gone, and leaves the
+// descriptor as blocking as it was.
+TEST(CallerOutputTest, WritesWithinTheDeadlineRaisesNoSignalAndKeepsTheCallersFlags) {
+    const std::string text(256 * 1024, 'd');
+    int unread[2];
+    ASSERT_EQ(pipe2(unread, O_CLOEXEC), 0);
+    const size_t taken = WriteToCaller(unread[1], text.data(), text.size(), ms2ns(50));
+    EXPECT_GT(taken, 0u);
+    EXPECT_LT(taken, text.size());
+    const int devNull = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    ASSERT_GE(devNull, 0);
+    EXPECT_EQ(WriteToCaller(devNull, text.data(), text.size(), 0), text.size());
+    for (int fd : {unread[1], devNull}) {
+        EXPECT_EQ(fcntl(fd, F_GETFL) & O_NONBLOCK, 0) << fd;
+    }
+    // As a service's process has it, whatever the test runner left ignored
+    // or blocked.
+    signal(SIGPIPE, SIG_DFL);
+    sigset_t pipeSignal;
+    sigemptyset(&pipeSignal);
+    sigaddset(&pipeSignal, SIGPIPE);
+    pthread_sigmask(SIG_UNBLOCK, &pipeSignal, nullptr);
+    int gone[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, gone), 0);
+    close(gone[1]);
+    EXPECT_EQ(WriteToCaller(gone[0], text.data(), text.size(), 0), 0u);
+    for (int fd : {unread[0], unread[1], devNull, gone[0]}) {
+        close(fd);
+    }
+}
+
 // Each field name of a statistics object, arrays' elements as "name[]" and
 // each writer's fields as "writers.NAME.field".
 void FieldNames(const Json::Value& value, const std::string& path, std::set<std::string>* names) {
@@ -344,6 +381,12 @@ TEST_F(MonitorEntryPointsTest, CachedStatisticsWaitForAFlushAndTheHeldOneForItsR
                               "i=0,0,0,0,0,0",
                               pkg(916600008)}));
     EXPECT_EQ(s->Flush(), flushed) << "sending keeps the slots";
+    mLog.Clear();
+    s->WriteBigData(916600007, "u", "p", "x", 2);   // one past the usage slots
+    s->WriteBigData(916600001, "v", "p", "x", 13);  // one past the stream slots
+    EXPECT_EQ(TakeServiceLines(), Lines({"5 Invalid usage type, stop writing",
+                                         "6 Invalid stream type, stop writing"}));
+    EXPECT_EQ(s->Flush(), flushed);
 
     s->WriteBigData(916600030, "ignored", 9, 1);
     s->WriteBigData(916600030, "ignored", 9, 1);

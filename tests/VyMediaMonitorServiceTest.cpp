@@ -1,4 +1,5 @@
-// The send thread's bounds, the call capture and the service's shutdown, in process.
+// The send thread's bounds and write check, the routes from a call to its
+// writer, the call capture and the service's shutdown, in process.
 #include <sys/stat.h>
 
 #include <chrono>
@@ -99,6 +100,80 @@ TEST_F(ServiceTest, QueueRefusesEventsPastItsByteLimitLoggingAtALimitedRate) {
                 << i;
     }
     EXPECT_EQ(StatsOf(*probe)["queue"]["dropped"]["byte_limit"].asInt(), 80);
+
+    // Taken by the worker, those events no longer count against the limit.
+    for (int32_t i = 100; i < 120; ++i) {
+        probe->Queue(Plain(kFirst + i, -1, -1, text.c_str()));
+    }
+    ASSERT_TRUE(probe->Drain(mLog));
+    for (int32_t i = 100; i < 120; ++i) {
+        EXPECT_TRUE(mLog.Contains(ANDROID_LOG_ERROR, kTag,
+                                  "OnSrvEvent unknown event type " + std::to_string(kFirst + i)))
+                << i;
+    }
+}
+
+TEST_F(ServiceTest, AWriteCheckEverySecondUploadsWhatHasComeDueWithoutAnotherCall) {
+    ScopedProperty check("ro.media.checkduration", "1");
+    ScopedProperty upload("ro.media.uploadduration", "1");
+    ServiceProbe& probe = Start();
+    probe.WriteLogMsg(906, 1, 2, String8("late"), String8("app"));
+    probe.WriteBigData(916300002, "k", 1, 0);
+    const std::vector<std::string> lines = mEvents.WaitFor([](const std::vector<std::string>& l) {
+        return !UploadsOf(l, 906).empty() && !UploadsOf(l, 916300002).empty();
+    });
+    EXPECT_EQ(UploadsOf(lines, 906).size(), 1u);
+    EXPECT_EQ(UploadsOf(lines, 916300002).size(), 1u);
+}
+
+// What each call must upload, or leave in its record files, once the worker
+// has routed it to its writer.
+TEST_F(ServiceTest, EachRouteHandsItsWriterTheFieldsOfItsCall) {
+    ScopedProperty flow("ro.media.bdflow", "1");
+    ScopedProperty count("ro.media.bdcount", "1");
+    fs::create_directories("data/log");
+    ServiceProbe& probe = Start();
+    probe.mStaticTypeFlags.add(30000, 3);  // both files
+    ActAs(1013);
+    probe.WriteMediaBigData(77, 30000, "bo\nth");
+    probe.WriteBigData(916000000, "sub", "pkg.type", "param", 3);
+    probe.WriteBigData(990971022, "activity", "pkg", "action");
+    probe.WriteBigData(916700001, "rec.pkg", 1, 2, 3, 4);
+    probe.WriteBigData(916019104, "speaker", "out.pkg", 5, 6);
+    probe.WriteLogMsg(905, 1, 2, String8("why"), String8("app"), 7, String8("c"), 908);
+    probe.WriteBigData(916300001, "k\n", 1, 0);
+    ASSERT_TRUE(probe.Drain(mLog));
+    // A client's line breaks stay escaped in the dumps.
+    EXPECT_NE(DumpText(*probe.mBDFlowWriter).find("bo\\nth"), std::string::npos);
+    EXPECT_NE(DumpText(*probe.mBigDataWriter).find("type: k\\n, value: 1\n"), std::string::npos);
+    EXPECT_NE(DumpText(*probe.mBDCountWriter).find("\t30000:1\n"), std::string::npos);
+    Stop();  // uploads what the writers hold
+
+    const std::vector<std::string> lines = mEvents.Lines();
+    const auto upload = [&lines](int id) {
+        const std::vector<std::string> uploads = UploadsOf(lines, id);
+        EXPECT_EQ(uploads.size(), 1u) << id;
+        return uploads.empty() ? std::string() : uploads[0];
+    };
+    const std::string pkgType = upload(916000000);
+    EXPECT_EQ(StrParam(pkgType, "sub"), "pkg.type");
+    EXPECT_EQ(StrParam(pkgType, "PARAMETER"), "param");
+    const std::string pkg = upload(990971022);
+    EXPECT_EQ(StrParam(pkg, "ACTIVITY") + StrParam(pkg, "ACTION") + StrParam(pkg, "PACKAGENAME"),
+              "activityactionpkg");
+    const std::string recording = upload(916700001);
+    EXPECT_EQ(StrParam(recording, "PACKAGENAME"), "rec.pkg");
+    EXPECT_EQ(std::vector<long>({IntParam(recording, "SOURCE"), IntParam(recording, "SAMPLERATE"),
+                                 IntParam(recording, "BITWIDTH"),
+                                 IntParam(recording, "CHANNELCOUNT")}),
+              std::vector<long>({1, 2, 3, 4}));
+    const std::string output = upload(916019104);
+    EXPECT_EQ(IntParam(output, "speaker"), 5);
+    EXPECT_EQ(IntParam(output, "Total"), 5);
+    EXPECT_EQ(StrParam(output, "pkgName"), "out.pkg");
+    const std::string exception = upload(905);
+    EXPECT_EQ(IntParam(exception, "ParaInt"), 7);
+    EXPECT_EQ(IntParam(exception, "AssociatedEeventID"), 908);
 }
 
 TEST_F(ServiceTest, CaptureKeepsTwoFilesWithinItsLimitOnlyOnDebuggableBuilds) {

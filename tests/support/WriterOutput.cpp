@@ -50,6 +50,16 @@ long IntParam(const std::string& line, const std::string& name) {
     return at != std::string::npos ? atol(line.c_str() + at + key.size()) : -1;
 }
 
+std::string StrParam(const std::string& line, const std::string& name) {
+    const std::string key = "{\"name\":\"" + name + "\",\"str\":\"";
+    const size_t at = line.find(key);
+    if (at == std::string::npos) {
+        return "(none)";
+    }
+    const size_t begin = at + key.size();
+    return line.substr(begin, line.find('"', begin) - begin);
+}
+
 std::string WrittenText(const std::function<void(int fd)>& writeTo) {
     // A memory file rather than a pipe: a dump larger than a pipe's buffer
     // would block its one write.

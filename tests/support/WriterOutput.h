@@ -35,6 +35,8 @@ std::vector<std::string> UploadsOf(const std::vector<std::string>& lines, int ev
 
 // The value of the integer parameter name in an event's line, or -1.
 long IntParam(const std::string& line, const std::string& name);
+// The value of the text parameter name (one without quotes), or "(none)".
+std::string StrParam(const std::string& line, const std::string& name);
 
 // What writeTo writes to the descriptor it is given, read back.
 std::string WrittenText(const std::function<void(int fd)>& writeTo);
