@@ -204,6 +204,8 @@ TEST_F(BinderConnectionsTest, AWithdrawalRunsWhatAConnectionBeingAcceptedSent) {
     }
     EXPECT_EQ(withdrawn.get(), kCalls);
     BinderPool::sAcceptHook = nullptr;
+}
+
 // A burst far above what the socket holds, while the service's process is
 // stopped: every call is queued without waiting, and all arrive in order
 // once it runs again, with no further call to push them.

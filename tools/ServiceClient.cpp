@@ -296,12 +296,10 @@ bool CallService(const sp<IBinder>& binder, const Operation& op,
         return true;
     }
     if (keeper->status() == android::WOULD_BLOCK) {
-        fprintf(stderr, "%s%s not delivered: the service took no call for %d s
-",
+        fprintf(stderr, "%s%s not delivered: the service took no call for %d s\n",
                 where.c_str(), op.name, kRoomWaitMs / 1000);
     } else {
-        fprintf(stderr, "%s%s not delivered (%s)
-", where.c_str(), op.name,
+        fprintf(stderr, "%s%s not delivered (%s)\n", where.c_str(), op.name,
                 StatusName(keeper->status()).c_str());
     }
     return false;
