@@ -275,6 +275,15 @@ TEST_F(ServiceTest, TheLastReferenceDroppedMidBatchLosesNothingQueued) {
     }
 }
 
+// The events still queued when the service goes reach the writers before the
+// shutdown's uploads; here no worker ever takes them.
+TEST_F(ServiceTest, TheShutdownDispatchesWhatIsStillQueued) {
+    sp<MonitorHarness> service = new MonitorHarness;
+    service->Queue(Exception(904));
+    service.clear();
+    EXPECT_EQ(UploadsOf(mEvents.Lines(), 904).size(), 1u);
+}
+
 // Each cycle's exception reaches its writer first. Odd cycles then stop with
 // events queued and the worker inside a dispatch; even ones with the worker
 // in its timed wait. Every shutdown uploads what the exception writer holds.
