@@ -3,7 +3,9 @@
 # example trace into it, prints what it holds, forces a send and prints the
 # uploads, then stops it and prints its shutdown uploads. The service captures
 # the calls it took; the capture is replayed into a second host, whose uploads
-# are compared with the first one's. Then the service's counters of the run;
+# are compared with the first one's. A third host is killed (SIGKILL) and
+# started again on its folder, and uploads what the first one held. Then the
+# service's counters of the run;
 # last, the run's timeline (run.json, for the trace viewer, and run.svg).
 # Usage: tools/demo.sh BUILD_DIR (built with the tools and the host libvexel.so).
 set -eu
@@ -114,9 +116,41 @@ else
     diff "$dir/uploads.txt" "$second/uploads.txt" || true
 fi
 
+section "SIGKILL and a restart: what the service held outlives its process"
+# A phone's media server dies without a shutdown; the writers' state on
+# storage is what the next one starts with.
+restart=$dir/restart
+mkdir -m 755 "$restart"
+export HOST_BINDER_DIR="$restart/binder" VEXEL_EVENT_LOG="$restart/events.jsonl"
+start_host() {
+    "$build/host/vymm-host" --root "$restart" --props "$src/examples/demo.prop" \
+        >>"$restart/host.log" 2>&1 &
+    host=$!
+    trap 'kill "$host" 2>/dev/null || true' EXIT
+}
+start_host
+"$vymm" --wait 10000 replay "$dir/late.trace"
+# Time for the worker to take the calls: a kill loses what it had not taken.
+sleep 0.5
+kill -KILL "$host"
+wait "$host" 2>/dev/null || true
+echo "the first host took the two calls above and was killed (SIGKILL): no shutdown ran"
+start_host
+"$vymm" --wait 10000 replay $skip "$dir/force-send.trace"
+if [ -s "$restart/events.jsonl" ]; then
+    echo "a new host on the same folder, forced to send, uploads what the first one held:"
+    "$vymm" events "$restart/events.jsonl"
+else
+    echo "(no forced send without root: the state is in $restart/data/log/vymm_*)"
+fi
+kill -TERM "$host"
+wait "$host"
+trap - EXIT
+
 section "the demo's folder"
 echo "$dir: host.log (the service's log), events.jsonl (uploads), data/log (records"
 echo "and mediaCapture.trace, the capture), second/ (the host that replayed it),"
+echo "restart/ (the host killed and started again),"
 echo "stats.txt (the counters below), stats.jsonl (sampled every 0.5 s), run.json and"
 echo "run.svg (the timeline at the end)"
 if [ -n "$note" ]; then
