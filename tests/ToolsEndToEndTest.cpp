@@ -517,7 +517,8 @@ TEST(ToolsEndToEndTest, ASigkilledHostKeepsWhatItHeldAcrossRestartsAsRoot) {
     srand(static_cast<unsigned>(getpid()));
     long delivered = 0;
     for (int round = 0; round < kRounds; ++round) {
-        ChildProcess host({VYMM_HOST, "--root", root.path()}, -1, kDeadlineMs, true);
+        ChildProcess host({VYMM_HOST, "--root", root.path(), "-p", "ro.media.debuggable=true"}, -1,
+                          kDeadlineMs, true);
         ASSERT_TRUE(host.WaitForLine("vymm-host: serving Vymedia.monitor")) << host.output();
         ChildProcess replay({VYMM, "replay", "--fast", "count.trace"}, -1, kDeadlineMs, true);
         if (round == 0) {
@@ -540,7 +541,8 @@ TEST(ToolsEndToEndTest, ASigkilledHostKeepsWhatItHeldAcrossRestartsAsRoot) {
         const long started = Contains(out, "cannot be reached") ? 0 : kCalls;
         delivered += std::max(0L, started - refused);
     }
-    ChildProcess host({VYMM_HOST, "--root", root.path()}, -1, kDeadlineMs, true);
+    ChildProcess host({VYMM_HOST, "--root", root.path(), "-p", "ro.media.debuggable=true"}, -1,
+                          kDeadlineMs, true);
     ASSERT_TRUE(host.WaitForLine("vymm-host: serving Vymedia.monitor")) << host.output();
     ASSERT_EQ(RunTool({VYMM, "replay", "send.trace"}).rfind("0|", 0), 0u);
     ASSERT_TRUE(WaitForUpload(events, "916300001 k="));
