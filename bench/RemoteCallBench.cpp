@@ -360,23 +360,21 @@ void BM_TwoWayCall(benchmark::State& state) {
 }
 BENCHMARK(BM_TwoWayCall)->ArgName("clients")->Arg(1)->Arg(kMaxClients)->UseManualTime();
 
-// The caller's cost only: the service is waited for between batches, untimed.
-void BM_OneWayCall(benchmark::State& state) {
-    if (!Usable(state)) {
-        return;
-    }
+// Times makeCalls (count one-way calls) against count bare sends of the same
+// bytes to a sink; the service is waited for between rounds, untimed. False
+// when the service died on the way.
+template <typename MakeCalls>
+bool CallsAgainstSends(benchmark::State& state, int count, MakeCalls makeCalls) {
     const std::vector<char> request(gBytes.request);
     Clock::duration callTime{};
     Clock::duration sendTime{};
     for (auto _ : state) {
         Clock::time_point start = Clock::now();
-        for (int i = 0; i < kOnewayBatch; ++i) {
-            Call(*gService);
-        }
+        makeCalls();
         const Clock::duration call = Clock::now() - start;
         gBinder->pingBinder();
         start = Clock::now();
-        for (int i = 0; i < kOnewayBatch; ++i) {
+        for (int i = 0; i < count; ++i) {
             (void)!send(gSinkSocket, request.data(), request.size(), MSG_NOSIGNAL);
         }
         sendTime += Clock::now() - start;
@@ -384,12 +382,25 @@ void BM_OneWayCall(benchmark::State& state) {
         callTime += call;
     }
     if (!StillAlive(state)) {
-        return;
+        return false;
     }
-    const double calls = static_cast<double>(state.iterations()) * kOnewayBatch;
+    const double calls = static_cast<double>(state.iterations()) * count;
     state.counters["call_ns"] = Nanos(callTime) / calls;
     state.counters["send_ns"] = Nanos(sendTime) / calls;
     state.counters["x_send"] = Nanos(callTime) / Nanos(sendTime);
+    return true;
+}
+
+// The caller's cost only: the service is waited for between batches, untimed.
+void BM_OneWayCall(benchmark::State& state) {
+    if (!Usable(state)) {
+        return;
+    }
+    CallsAgainstSends(state, kOnewayBatch, [] {
+        for (int i = 0; i < kOnewayBatch; ++i) {
+            Call(*gService);
+        }
+    });
 }
 BENCHMARK(BM_OneWayCall)->UseManualTime();
 
@@ -453,31 +464,10 @@ void BM_OneWayBurst(benchmark::State& state) {
     }
     Parcel data;
     WriteCall(&data);
-    const std::vector<char> request(gBytes.request);
     int64_t refused = 0;
-    Clock::duration callTime{};
-    Clock::duration sendTime{};
-    for (auto _ : state) {
-        Clock::time_point start = Clock::now();
-        refused += OnewayBurst(data);
-        const Clock::duration call = Clock::now() - start;
-        gBinder->pingBinder();
-        start = Clock::now();
-        for (int i = 0; i < kBurst; ++i) {
-            (void)!send(gSinkSocket, request.data(), request.size(), MSG_NOSIGNAL);
-        }
-        sendTime += Clock::now() - start;
-        state.SetIterationTime(Seconds(call));
-        callTime += call;
+    if (CallsAgainstSends(state, kBurst, [&] { refused += OnewayBurst(data); })) {
+        state.counters["refused"] = static_cast<double>(refused);
     }
-    if (!StillAlive(state)) {
-        return;
-    }
-    const double calls = static_cast<double>(state.iterations()) * kBurst;
-    state.counters["refused"] = static_cast<double>(refused);
-    state.counters["call_ns"] = Nanos(callTime) / calls;
-    state.counters["send_ns"] = Nanos(sendTime) / calls;
-    state.counters["x_send"] = Nanos(callTime) / Nanos(sendTime);
 }
 BENCHMARK(BM_OneWayBurst)->UseManualTime();
 
