@@ -124,6 +124,7 @@ auto Service::LogSendThread::TakeQueue() -> std::deque<sp<LogSrvEvent>> {
 bool Service::LogSendThread::threadLoop() {
     // Taken off the queue, so no longer counted against its bounds.
     std::deque<sp<LogSrvEvent>> batch;
+    size_t ran = 0;  // events of the batch run so far
     while (!exitPending()) {
         if (batch.empty()) {
             if (!TakeBatch(&batch)) {
@@ -138,26 +139,38 @@ bool Service::LogSendThread::threadLoop() {
         const nsecs_t start = systemTime(SYSTEM_TIME_MONOTONIC);
         mService->OnSrvEvent(batch.front());
         mLongestDispatchNs.Raise(static_cast<uint64_t>(systemTime(SYSTEM_TIME_MONOTONIC) - start));
-        mDispatched.Add();
+        ++ran;
         batch.pop_front();
         if (batch.empty()) {
             ATRACE_END();
-            mService->PersistBatch();
+            FinishBatch(ran);
+            ran = 0;
         }
     }
-    if (batch.empty()) {
-        return false;
-    }
-    // Stopped within a batch: what it still holds goes back to the head of the
-    // queue, in order, for the shutdown to dispatch.
-    ATRACE_END();
-    Mutex::Autolock lock(mQueueLock);
-    while (!batch.empty()) {
-        mQueueBytes += QueueBytes(*batch.back());
-        mEventQueue.push_front(std::move(batch.back()));
-        batch.pop_back();
+    if (!batch.empty()) {
+        // Stopped within a batch: what it still holds goes back to the head
+        // of the queue, in order, for the shutdown to dispatch.
+        ATRACE_END();
+        FinishBatch(ran);
+        PutBack(&batch);
     }
     return false;
+}
+
+void Service::LogSendThread::FinishBatch(size_t ran) {
+    mService->PersistBatch();
+    mDispatched.Add(ran);
+}
+
+void Service::LogSendThread::PutBack(std::deque<sp<LogSrvEvent>>* batch) {
+    Mutex::Autolock lock(mQueueLock);
+    // Queued again: counted in the depth, no longer as taken.
+    mCounters.taken.Sub(batch->size());
+    while (!batch->empty()) {
+        mQueueBytes += QueueBytes(*batch->back());
+        mEventQueue.push_front(std::move(batch->back()));
+        batch->pop_back();
+    }
 }
 
 bool Service::LogSendThread::TakeBatch(std::deque<sp<LogSrvEvent>>* batch) {
@@ -203,8 +216,8 @@ void Service::LogSendThread::CopyStatsTo(MonitorStats* stats) {
     stats->limit = static_cast<uint64_t>(mQueueLimit);
     stats->bytes = mQueueBytes;
     stats->byteLimit = MAX_QUEUE_BYTES;
-    // Taken first: an event run since then is counted in both, never in
-    // neither.
+    // Taken first: an event dispatched since then is counted in both, never
+    // in neither.
     const uint64_t taken = mCounters.taken.Get();
     stats->dispatched = std::min(mDispatched.Get(), taken);
     stats->inHand = taken - stats->dispatched;

@@ -69,8 +69,8 @@ struct MonitorStats {
     uint64_t limit = 0;
     uint64_t bytes = 0;
     uint64_t byteLimit = 0;
-    uint64_t dispatched = 0;  // run by the worker
-    uint64_t inHand = 0;      // taken off the queue, not yet run
+    uint64_t dispatched = 0;  // run by the worker, the writers' state after them kept
+    uint64_t inHand = 0;      // taken off the queue, not yet dispatched
     uint64_t longestDispatchNs = 0;
 
     // The call capture; all 0 while it is off.

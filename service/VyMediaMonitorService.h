@@ -286,8 +286,13 @@ public:
             LockedCounter taken;  // by the worker, in batches
         };
         QueueCounters mCounters GUARDED_BY(mQueueLock);
-        // Bumped by the worker alone, each event once it has run; what was
-        // taken and not yet run is the difference.
+        // Bumped by the worker alone, for a batch's events once they have run
+        // and the writers' state after them is written out (PersistBatch), so
+        // that a process killed at any moment loses none of what the
+        // statistics showed as dispatched. Journalling each event before it
+        // runs would cost a second encoding of every event; a batch is one
+        // write either way. What was taken and not yet dispatched is the
+        // difference.
         StatCounter mDispatched;
         StatCounter mLongestDispatchNs;
         // Set by onFirstRef, before the thread starts.
@@ -302,6 +307,11 @@ public:
         // when only nudged); false when an exit is pending.
         bool TakeBatch(std::deque<sp<LogSrvEvent>>* batch) EXCLUDES(mQueueLock);
         void Push(const sp<LogSrvEvent>& event, size_t bytes) REQUIRES(mQueueLock);
+        // Writes out what ran events of the batch left in the writers and
+        // counts them as dispatched.
+        void FinishBatch(size_t ran);
+        // Puts the rest of a batch cut short back at the head of the queue.
+        void PutBack(std::deque<sp<LogSrvEvent>>* batch) EXCLUDES(mQueueLock);
         static size_t QueueBytes(const LogSrvEvent& event) {
             return QUEUE_EVENT_BYTES + event.TextBytes();
         }

@@ -3,8 +3,10 @@
 #include <sys/stat.h>
 
 #include <chrono>
+#include <condition_variable>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <numeric>
 #include <string>
 #include <thread>
@@ -273,6 +275,60 @@ TEST_F(ServiceTest, TheLastReferenceDroppedMidBatchLosesNothingQueued) {
     for (int id : {901, 902, 903}) {
         EXPECT_EQ(UploadsOf(mEvents.Lines(), id).size(), 1u) << id;
     }
+}
+
+// A KPI writer whose upload waits until the test opens it: the worker stops
+// there, within a batch.
+class GatedKpiWriter : public MediaKpiWriter {
+public:
+    using MediaKpiWriter::MediaKpiWriter;
+    bool DoSendMediaLog() override REQUIRES(mLock) {
+        std::unique_lock<std::mutex> lock(mGate);
+        mEntered = true;
+        mChanged.notify_all();
+        mChanged.wait_for(lock, std::chrono::seconds(30), [this] { return mOpen; });
+        return MediaKpiWriter::DoSendMediaLog();
+    }
+    bool WaitEntered() {
+        std::unique_lock<std::mutex> lock(mGate);
+        return mChanged.wait_for(lock, std::chrono::seconds(30), [this] { return mEntered; });
+    }
+    void Open() {
+        std::lock_guard<std::mutex> lock(mGate);
+        mOpen = true;
+        mChanged.notify_all();
+    }
+
+private:
+    std::mutex mGate;
+    std::condition_variable mChanged;
+    bool mEntered = false;
+    bool mOpen = false;
+};
+
+// What a kill loses must not show as dispatched: a batch's events count once
+// all of it has run and been written out, and until then are in hand.
+TEST_F(ServiceTest, EventsCountAsDispatchedOnlyOnceTheirBatchIsWrittenOut) {
+    ServiceProbe& probe = Start();
+    const sp<GatedKpiWriter> kpi = new GatedKpiWriter(probe.mPolicy);
+    probe.mKpiWriter = kpi;
+    probe.mDispatchLock.lock();
+    probe.Queue(Exception(911));
+    const bool parked = probe.WorkerTookQueue();
+    probe.Queue(Exception(912));
+    probe.Queue(Exception(913));
+    probe.Queue(Plain(Service::EVENT_FORCE_SEND, 0));
+    probe.Queue(Exception(914));
+    probe.mDispatchLock.unlock();
+    ASSERT_TRUE(parked);
+    const bool entered = kpi->WaitEntered();
+    MonitorStats stats;
+    probe.mLogSendThread->CopyStatsTo(&stats);
+    kpi->Open();
+    ASSERT_TRUE(entered);
+    EXPECT_EQ(stats.dispatched, 1u);
+    EXPECT_EQ(stats.inHand, 4u);
+    EXPECT_EQ(stats.depth, 0u);
 }
 
 // The events still queued when the service goes reach the writers before the

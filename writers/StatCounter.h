@@ -54,6 +54,12 @@ public:
             mValue += n;
         }
     }
+    // Takes back n of what was added.
+    void Sub(uint64_t n) {
+        if (kCountStats) {
+            mValue -= n;
+        }
+    }
     void Raise(uint64_t value) {
         if (kCountStats && value > mValue) {
             mValue = value;

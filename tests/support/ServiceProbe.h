@@ -39,6 +39,7 @@ public:
     using VyMediaMonitorService::mExceptionWriter;
     using VyMediaMonitorService::mKpiWriter;
     using VyMediaMonitorService::mLogSendThread;
+    using VyMediaMonitorService::mPolicy;
     using VyMediaMonitorService::mStaticTypeFlags;
 
     // True once the worker has taken everything queued, within the usual
