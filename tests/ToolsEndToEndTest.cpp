@@ -620,6 +620,8 @@ TEST(ToolsEndToEndTest, HelpSlipsAndDeadlinesAnswerAsDocumented) {
             {{VYMM, "replay", "folder", "--fast"}, true, "2|vymm replay: folder is a folder"},
             {{VYMM, "events", "folder"}, true, "2|vymm events: folder is a folder"},
             {{VYMM, "events", "nosuch.jsonl"}, true, "1|vymm events: cannot read nosuch.jsonl"},
+            {{VYMM, "journal"}, true, "2|vymm journal: takes one FILE" + see},
+            {{VYMM, "journal", "folder"}, true, "2|vymm journal: folder is a folder"},
             {{VYMM, "timeline", "nosuch.trace"}, true, "2|vymm timeline: takes -o FILE" + see},
             {{VYMM, "call", "WriteBigDta", "i32", "1"}, true,
              "2|vymm call: unknown operation \"WriteBigDta\"; did you mean WriteBigData?"},

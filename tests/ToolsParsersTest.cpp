@@ -1,5 +1,5 @@
 // The host tools' parsers, in-process: the operation table, property files,
-// trace lines, quoted words and event log lines.
+// trace lines, quoted words, event log lines and the writers' state files.
 #include <sstream>
 #include <string>
 #include <vector>
@@ -7,12 +7,15 @@
 #include <gtest/gtest.h>
 
 #include "support/RecordingMonitorService.h"
+#include "support/TestEnv.h"
 #include "tools/EventLog.h"
+#include "tools/Journal.h"
 #include "tools/Operations.h"
 #include "tools/Properties.h"
 #include "tools/Stats.h"
 #include "tools/TextLines.h"
 #include "tools/Trace.h"
+#include "writers/WriterStore.h"
 
 using namespace vymm;
 
@@ -189,4 +192,30 @@ TEST(ToolsParsersTest, TheLiveViewShowsRatesOfCountsOnlyOnOneScreen) {
     EXPECT_FALSE(ParseStatsSample("Dump busy: 2 dumps are running, try again\nmore", &sample,
                                   &error));
     EXPECT_EQ(error, "Dump busy: 2 dumps are running, try again");
+}
+
+TEST(ToolsParsersTest, StateFilesReadAsOneLineARecordUpToTheDamage) {
+    TempWorkDir dir;
+    {
+        android::WriterStore store(".", "w");
+        store.Load();
+        android::StateWriter ops;
+        ops.PutItem("first");
+        ops.PutItem(std::string("n\x01\\", 3));
+        ASSERT_TRUE(store.Append(ops.Bytes()));
+    }
+    const std::string journal = ReadFile("vymm_w.journal");
+    std::string text;
+    std::string error;
+    EXPECT_TRUE(JournalText(journal, &text, &error)) << error;
+    EXPECT_EQ(text, "@0 gen 0: first\n@17 gen 0: n\\x01\\x5C\n");
+    EXPECT_FALSE(JournalText(journal.substr(0, journal.size() - 1), &text, &error));
+    EXPECT_EQ(text, "@0 gen 0: first\n");
+    EXPECT_EQ(error, "damaged or short record at byte 17; what follows is not read");
+    std::string snapshot = android::WriterStore::FormatSnapshot(3, "x");
+    EXPECT_TRUE(JournalText(snapshot, &text, &error));
+    EXPECT_EQ(text, "snapshot gen 3: x\n");
+    snapshot.back() ^= 1;
+    EXPECT_FALSE(JournalText(snapshot, &text, &error));
+    EXPECT_EQ(text, "");
 }

@@ -21,6 +21,7 @@
 
 #include "tools/Deadline.h"
 #include "tools/EventLog.h"
+#include "tools/Journal.h"
 #include "tools/Operations.h"
 #include "tools/ServiceClient.h"
 #include "tools/Stats.h"
@@ -375,6 +376,25 @@ int Timeline(const Words& words, const Globals&) {
     return status;
 }
 
+int Journal(const Words& words, const Globals&) {
+    if (words.size() != 1) {
+        return Slip("journal", "takes one FILE");
+    }
+    std::ifstream in;
+    if (const int status = OpenInput("journal", words[0], &in); status != EXIT_OK) {
+        return status;
+    }
+    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string text;
+    std::string error;
+    const bool sound = JournalText(bytes, &text, &error);
+    printf("%s", text.c_str());
+    if (!sound) {
+        fprintf(stderr, "vymm journal: %s: %s\n", words[0].c_str(), error.c_str());
+    }
+    return sound ? EXIT_OK : EXIT_UNREACHABLE;
+}
+
 int Help(const Words& words, const Globals&);
 
 const Command kCommands[] = {
@@ -407,6 +427,10 @@ const Command kCommands[] = {
          "                              stats --watch S --json log on one time axis, as a\n"
          "                              JSON trace for a trace viewer; --svg draws it\n",
          Timeline},
+        {"journal",
+         "  journal FILE                a writer's journal or snapshot (data/log/vymm_*),\n"
+         "                              one line per record; stops at a damaged one\n",
+         Journal},
         {"help", "  help [COMMAND]              this text, or one command's\n", Help},
 };
 

@@ -23,7 +23,6 @@ namespace {
 constexpr uint32_t kSnapshotMagic = 0x534D5956;  // "VYMS"
 constexpr uint32_t kSnapshotVersion = 1;
 constexpr size_t kSnapshotHeader = 20;  // magic, version, generation, length, CRC
-constexpr size_t kRecordHeader = 12;    // length, CRC, generation
 
 void Put32At(std::string* bytes, uint32_t value) {
     for (int shift = 0; shift < 32; shift += 8) {
@@ -221,10 +220,22 @@ void WriterStore::OpenJournal() {
 
 size_t WriterStore::ParseJournal(const char* data, size_t size, uint32_t gen,
                                  std::vector<std::string>* operations, bool* damaged) {
+    std::vector<Record> records;
+    const size_t sound = ParseRecords(data, size, &records, damaged);
+    for (Record& record : records) {
+        if (record.generation == gen) {
+            operations->push_back(std::move(record.operation));
+        }
+    }
+    return sound;
+}
+
+size_t WriterStore::ParseRecords(const char* data, size_t size, std::vector<Record>* records,
+                                 bool* damaged) {
     size_t pos = 0;
     *damaged = false;
     while (pos < size) {
-        if (size - pos < kRecordHeader) {
+        if (size - pos < RECORD_HEADER_BYTES) {
             *damaged = true;
             break;
         }
@@ -239,9 +250,7 @@ size_t WriterStore::ParseJournal(const char* data, size_t size, uint32_t gen,
             *damaged = true;
             break;
         }
-        if (Get32At(body) == gen) {
-            operations->emplace_back(body + 4, length - 4);
-        }
+        records->push_back({Get32At(body), std::string(body + 4, length - 4)});
         pos += 8 + length;
     }
     return pos;
@@ -256,6 +265,10 @@ std::string WriterStore::FormatSnapshot(uint32_t gen, const std::string& payload
     Put32At(&bytes, RecordCrc(gen, payload.data(), payload.size()));
     bytes.append(payload);
     return bytes;
+}
+
+bool WriterStore::IsSnapshot(const std::string& bytes) {
+    return bytes.size() >= 4 && Get32At(bytes.data()) == kSnapshotMagic;
 }
 
 bool WriterStore::ParseSnapshot(const std::string& bytes, uint32_t* gen, std::string* payload) {

@@ -130,13 +130,23 @@ public:
     // Lines held back by the rate limit.
     size_t LogSuppressed() const { return mFailureLog.Suppressed(); }
 
-    // Decodes journal records from bytes into operations of generation gen;
-    // returns the length of the sound prefix. *damaged is set when it stopped
-    // early.
+    // A journal record's bytes besides its operation.
+    static constexpr size_t RECORD_HEADER_BYTES = 12;
+    struct Record {
+        uint32_t generation;
+        std::string operation;
+    };
+    // Decodes journal records from bytes; returns the length of the sound
+    // prefix. *damaged is set when it stopped early.
+    static size_t ParseRecords(const char* data, size_t size, std::vector<Record>* records,
+                               bool* damaged);
+    // The same, keeping the operations of generation gen only.
     static size_t ParseJournal(const char* data, size_t size, uint32_t gen,
                                std::vector<std::string>* operations, bool* damaged);
     // The snapshot file's bytes for payload; the inverse of ParseSnapshot.
     static std::string FormatSnapshot(uint32_t gen, const std::string& payload);
+    // Starts as a snapshot does, whatever follows.
+    static bool IsSnapshot(const std::string& bytes);
     static bool ParseSnapshot(const std::string& bytes, uint32_t* gen, std::string* payload);
 
 private:
