@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include "common/Crc32.h"
 #include "support/TestEnv.h"
 #include "writers/MediaBDCountWriter.h"
 #include "writers/MediaBDFlowWriter.h"
@@ -117,6 +118,9 @@ TEST_F(WriterStoreTest, FlippedByteDropsTheDamagedRecordAndWhatFollows) {
     WriterStore store(kDir, "w");
     EXPECT_EQ(std::vector<std::string>{"first"}, store.Load().operations);
     EXPECT_EQ(1u, store.Counters().damaged.Get());
+    // zlib's checksum, so that any tool can check the files.
+    EXPECT_EQ(0xCBF43926u, Crc32("123456789", 9));
+    EXPECT_EQ(0xD202EF8Du, Crc32("\0", 1));
 }
 
 // A death after the k-th write, sync or rename of a snapshot, for every k,
