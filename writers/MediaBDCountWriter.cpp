@@ -78,7 +78,7 @@ void MediaBDCountWriter::WriteBigDataMsg(int pid, int type) {
     }
     // pid -1 has the empty name, so it is counted as an application.
     const bool named = appName != "Unknow App";
-    StateWriter op;
+    StateWriter& op = NewOp();
     op.PutU8(OP_COUNT);
     EncodeKey(named, appName, pid, type, &op);
     Journal(op);

@@ -31,7 +31,7 @@ int MediaBDFlowWriter::GetBDFlowFd() {
 void MediaBDFlowWriter::WriteBigDataMsg(int pid, int type, String8 msg) {
     Mutex::Autolock lock(mLock);
     const BigData record{pid, type, 0, GetFormattedCurrentTime(), GetAppNameByPid(pid), msg};
-    StateWriter op;
+    StateWriter& op = NewOp();
     EncodeRecord(record, &op);
     Journal(op);
     AddRecord(record);

@@ -227,7 +227,7 @@ void MediaBigDataWriter::ResetLogMem() {
 // recorder goes through: replayed, they rebuild the tables exactly.
 void MediaBigDataWriter::JournalUpdate(uint8_t kind, int eventId, const String8& key,
                                        const String8& text, int number) {
-    StateWriter op;
+    StateWriter& op = NewOp();
     EncodeUpdate(kind, eventId, key, text, number, &op);
     Journal(op);
 }

@@ -36,7 +36,7 @@ MediaExceptionLogWriter::~MediaExceptionLogWriter() { MediaExceptionLogWriter::R
 
 void MediaExceptionLogWriter::WriteLogMsg(int prior, int type, String8 msg) {
     Mutex::Autolock lock(mLock);
-    StateWriter op;
+    StateWriter& op = NewOp();
     op.PutU8(OP_WRITE);
     op.Put32(prior);
     op.Put32(type);

@@ -78,7 +78,7 @@ void MediaExceptionWriter::WriteException(int pid, int eventId, int eventLevel, 
               "reason(%s)",
               pid, eventId, eventLevel, subType, reason.string());
     }
-    StateWriter op;
+    StateWriter& op = NewOp();
     PutShortForm(OP_SHORT, eventId, eventLevel, subType, reason, callingApp, &op);
     Journal(op);
     MediaException* record = AddReport(eventId, eventLevel, subType, reason, callingApp, false);
@@ -97,7 +97,7 @@ void MediaExceptionWriter::WriteException(int pid, int eventId, int eventLevel, 
               pid, eventId, eventLevel, subType, reason.string(), paraInt, paraChar.string(),
               associatedEventId);
     }
-    StateWriter op;
+    StateWriter& op = NewOp();
     PutShortForm(OP_LONG, eventId, eventLevel, subType, reason, callingApp, &op);
     op.Put32(paraInt);
     op.PutText(paraChar);

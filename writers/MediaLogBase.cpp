@@ -393,6 +393,11 @@ void MediaLogBase::RequestSnapshot() {
     mSnapshotDue = mStore != nullptr;
 }
 
+StateWriter& MediaLogBase::NewOp() {
+    mOp.Clear();
+    return mOp;
+}
+
 void MediaLogBase::Journal(const StateWriter& op) {
     if (mStore == nullptr || mSnapshotDue) {
         return;  // a snapshot will hold it

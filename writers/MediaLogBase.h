@@ -153,6 +153,9 @@ protected:
     virtual bool ApplyOperation(uint8_t /*kind*/, StateReader& /*op*/) { return false; }
     // Size of the record file now, -1 for a writer without one; lock held.
     virtual int64_t RecordFileSize() { return -1; }
+    // With the writer's lock held: an empty operation to fill and hand to
+    // Journal, its buffer reused from event to event.
+    StateWriter& NewOp();
     // With the writer's lock held: journal one operation (kind first).
     void Journal(const StateWriter& op);
     // With the writer's lock held: the records changed otherwise than by a
@@ -219,6 +222,7 @@ private:
     WriterStore* mStore = nullptr;
     // Guarded by WriterLock(): operations since the last batch, framed.
     std::string mPendingOps;
+    StateWriter mOp;  // NewOp's
     bool mSnapshotDue = false;
     bool mRecoveryDiffers = true;  // the records are not what the files hold
     LogRateLimiter mClockLog;

@@ -24,10 +24,16 @@ constexpr uint32_t kSnapshotMagic = 0x534D5956;  // "VYMS"
 constexpr uint32_t kSnapshotVersion = 1;
 constexpr size_t kSnapshotHeader = 20;  // magic, version, generation, length, CRC
 
-void Put32At(std::string* bytes, uint32_t value) {
-    for (int shift = 0; shift < 32; shift += 8) {
-        bytes->push_back(static_cast<char>((value >> shift) & 0xFF));
+void Store32(char* out, uint32_t value) {
+    for (int i = 0; i < 4; ++i) {
+        out[i] = static_cast<char>((value >> (8 * i)) & 0xFF);
     }
+}
+
+void Put32At(std::string* bytes, uint32_t value) {
+    char little[4];
+    Store32(little, value);
+    bytes->append(little, sizeof(little));
 }
 
 uint32_t Get32At(const char* data) {
@@ -38,11 +44,15 @@ uint32_t Get32At(const char* data) {
     return value;
 }
 
+// The checksum of the generation's bytes, which a record's covers first.
+uint32_t GenerationCrc(uint32_t gen) {
+    char genBytes[4];
+    Store32(genBytes, gen);
+    return Crc32(genBytes, sizeof(genBytes));
+}
+
 uint32_t RecordCrc(uint32_t gen, const char* data, size_t size) {
-    const char genBytes[4] = {static_cast<char>(gen & 0xFF), static_cast<char>((gen >> 8) & 0xFF),
-                              static_cast<char>((gen >> 16) & 0xFF),
-                              static_cast<char>((gen >> 24) & 0xFF)};
-    return Crc32(data, size, Crc32(genBytes, sizeof(genBytes)));
+    return Crc32(data, size, GenerationCrc(gen));
 }
 
 // Reads at most limit bytes of fd; false on a read error.
@@ -295,17 +305,22 @@ bool WriterStore::Append(const std::string& framedOperations) {
         return false;
     }
     // Each item becomes a record: its length grows by the generation's 4
-    // bytes, and the checksum goes in front of the generation.
-    std::string records;
-    records.reserve(framedOperations.size() * 2);
+    // bytes, and the checksum goes in front of the generation. Built in place:
+    // the worker does this for every event it dispatches.
+    const uint32_t genCrc = GenerationCrc(mGeneration);
+    std::string& records = mRecords;
+    records.clear();
     StateReader reader(framedOperations);
     StateReader item(nullptr, 0);
     while (reader.GetItem(&item)) {
-        const std::string op = item.Rest();
-        Put32At(&records, static_cast<uint32_t>(op.size() + 4));
-        Put32At(&records, RecordCrc(mGeneration, op.data(), op.size()));
-        Put32At(&records, mGeneration);
-        records.append(op);
+        const std::string_view op = item.Rest();
+        const size_t at = records.size();
+        records.resize(at + RECORD_HEADER_BYTES + op.size());
+        char* record = &records[at];
+        Store32(record, static_cast<uint32_t>(op.size() + 4));
+        Store32(record + 4, Crc32(op.data(), op.size(), genCrc));
+        Store32(record + 8, mGeneration);
+        memcpy(record + RECORD_HEADER_BYTES, op.data(), op.size());
     }
     if (WriteAll(mJournalFd, records) != static_cast<ssize_t>(records.size())) {
         Failed("append to", mJournalPath);

@@ -20,6 +20,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <utils/String8.h>
@@ -48,6 +49,15 @@ public:
     void PutText(const String8& text);
     // Appends another writer's bytes as one framed item (length, bytes).
     void PutItem(const std::string& item);
+    // Empties it, keeping its buffer unless one long text grew it past
+    // KEPT_BYTES.
+    void Clear() {
+        if (mBytes.capacity() > KEPT_BYTES) {
+            std::string().swap(mBytes);
+        }
+        mBytes.clear();
+    }
+    static constexpr size_t KEPT_BYTES = 4096;
     const std::string& Bytes() const { return mBytes; }
     std::string& Bytes() { return mBytes; }
 
@@ -72,7 +82,7 @@ public:
     bool GetItem(StateReader* item);
     bool AtEnd() const { return mPos == mSize; }
     // What is left unread.
-    std::string Rest() const { return std::string(mData + mPos, mSize - mPos); }
+    std::string_view Rest() const { return std::string_view(mData + mPos, mSize - mPos); }
     bool Failed() const { return mFailed; }
 
 private:
@@ -165,6 +175,9 @@ private:
     uint32_t mGeneration = 0;
     int mJournalFd = -1;
     size_t mJournalBytes = 0;
+    // A batch's records, kept to spare an allocation per batch: at most
+    // MAX_JOURNAL_BYTES / 2 of operations (the writers' fold) and 8 bytes each.
+    std::string mRecords;
     StoreCounters mCounters;
     LogRateLimiter mFailureLog;
 };
