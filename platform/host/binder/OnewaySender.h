@@ -47,7 +47,7 @@ private:
         sp<BpBinder> proxy;
         int fd = -1;          // polled for room when waiting
         bool ready = true;    // flush at the next turn
-        int64_t closedAtMs = -1;  // when only the sender held it
+        int64_t closedAtMs = -1;  // since when only the sender holds it, without room
     };
 
     OnewaySender() = default;
