@@ -328,7 +328,7 @@ status_t BpBinder::sendOneway(uint32_t code, const Parcel& data, uint32_t flags)
 }
 
 status_t BpBinder::sendWithDescriptors(uint32_t code, const Parcel& data, uint32_t flags) {
-    // A burst queued behind may be out at once.
+    // The queue may be out at once.
     flushAsCaller();
     bool watchNow = false;
     {
@@ -366,11 +366,7 @@ status_t BpBinder::sendWithDescriptors(uint32_t code, const Parcel& data, uint32
 
 status_t BpBinder::submit(PendingFrame&& frame, bool* watchNow) {
     *watchNow = false;
-    const auto now = std::chrono::steady_clock::now();
-    const bool corked =
-            !frame.ping && now - mLastOneway < std::chrono::microseconds(BURST_GAP_US);
-    mLastOneway = now;
-    if (mPending.empty() && !corked) {
+    if (mPending.empty()) {
         const std::shared_ptr<ProcessFd> conn = onewayConnection();
         if (conn == nullptr && NothingListens(errno)) {
             DroppedCalls::Get().Add(mName, frame.carriedDrops);

@@ -109,12 +109,9 @@ void OnewaySender::StartLocked() {
 }
 
 void OnewaySender::TakeIncoming(std::vector<Watched>* watched) {
-    const int64_t due = NowMs() + CORK_MS;
     Mutex::Autolock lock(mLock);
     for (sp<BpBinder>& proxy : mIncoming) {
-        Watched each{std::move(proxy)};
-        each.dueMs = due;
-        watched->push_back(std::move(each));
+        watched->push_back({std::move(proxy)});
     }
     mIncoming.clear();
     mHeld = watched->size();
@@ -168,9 +165,7 @@ int OnewaySender::FlushReady(std::vector<Watched>* watched) {
             it = watched->erase(it);
             continue;
         }
-        if (it->ready && now < it->dueMs) {
-            timeoutMs = Sooner(timeoutMs, it->dueMs - now);
-        } else if (it->ready) {
+        if (it->ready) {
             switch (it->proxy->flushPending(&it->fd)) {
                 case BpBinder::FLUSHED:
                     it = watched->erase(it);

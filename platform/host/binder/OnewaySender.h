@@ -34,9 +34,6 @@ public:
     // The pause before another try when no connection could be made, or a
     // caller was writing the queue.
     static constexpr int RETRY_MS = 10;
-    // How long a proxy handed over waits before its first flush, so that
-    // the calls of a burst go together (a two-way call does not wait).
-    static constexpr int CORK_MS = 1;
 
     static OnewaySender& Get();
 
@@ -52,7 +49,6 @@ private:
         int fd = -1;          // polled for room when waiting
         bool ready = true;    // flush at the next turn
         int64_t closedAtMs = -1;  // since when only the sender holds it, without room
-        int64_t dueMs = 0;        // not flushed before
     };
 
     OnewaySender() = default;

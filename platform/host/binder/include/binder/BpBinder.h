@@ -17,13 +17,11 @@
 // call never waits for the service: what the socket does not take at once
 // is queued in the proxy, up to MAX_PENDING_ONEWAY_BYTES, and the process's
 // one-way sender thread (OnewaySender) writes the queue out as soon as the
-// socket has room, many calls a send, also when no further call comes.
-// A call that follows the one before within BURST_GAP_US is queued too,
-// so that a burst costs a send per many calls: each caller that brings the
-// queue to a multiple of CALLER_FLUSH_FRAMES writes it out itself (when no
-// other thread is writing it), and the sender thread
-// writes whatever is left within OnewaySender::CORK_MS. A lone call goes
-// straight to the socket. A
+// socket has room, many calls a send, also when no further call comes;
+// so does each caller that brings the queue to a multiple of
+// CALLER_FLUSH_FRAMES, when no other thread is writing it. A call made
+// while nothing is queued goes straight to the socket: once it returns,
+// its bytes are the service's, which a stop runs. A
 // call that finds the queue full, or the service gone, is refused
 // (WOULD_BLOCK, DEAD_OBJECT) and counted; the process's count of refused
 // calls goes to the service ahead of the next request that goes through,
@@ -63,7 +61,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <deque>
 #include <memory>
 #include <string>
@@ -103,8 +100,6 @@ public:
     // Queued calls written by one sendmsg, and sendmsgs by one flush.
     static constexpr size_t MAX_SEND_FRAMES = 256;
     static constexpr int FLUSH_ROUNDS = 8;
-    // Calls closer than this to the one before are queued, not sent alone.
-    static constexpr int64_t BURST_GAP_US = 20;
     // Queued calls at which the caller writes the queue out itself.
     static constexpr size_t CALLER_FLUSH_FRAMES = 64;
     // Failed tries of the sender thread in a row (OnewaySender::RETRY_MS
@@ -233,8 +228,6 @@ private:
     // they are.
     std::deque<PendingFrame> mPending GUARDED_BY(mOnewayLock);
     bool mWriting GUARDED_BY(mOnewayLock) = false;
-    // When the last one-way call was accepted, for telling a burst.
-    std::chrono::steady_clock::time_point mLastOneway GUARDED_BY(mOnewayLock);
     size_t mPendingBytes GUARDED_BY(mOnewayLock) = 0;  // unsent, with overheads
     pid_t mPendingOwner GUARDED_BY(mOnewayLock) = getpid();
     bool mWatched GUARDED_BY(mOnewayLock) = false;  // the sender holds the proxy
