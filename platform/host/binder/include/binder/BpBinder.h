@@ -34,11 +34,10 @@
 // The first few hundred fill the socket; the rest wait in this proxy
 // (under 200 KiB with their bookkeeping) and each call returns NO_ERROR;
 // every CALLER_FLUSH_FRAMES-th tries one send of the queue and finds no
-// room. The proxy hands itself to the sender thread, which polls
-// the socket for room. When the
-// service reads again, the sender writes up to MAX_SEND_FRAMES queued
-// calls with each sendmsg until the queue is empty, then lets the proxy
-// go. A call made meanwhile joins the queue's end; once the queue is
+// room. The proxy hands itself to the sender thread, which polls the
+// socket for room. When the service reads again, the sender writes up to
+// MAX_SEND_FRAMES queued calls with each sendmsg until the queue is empty,
+// then lets the proxy go. A call made meanwhile joins the queue's end; once the queue is
 // empty, calls go straight to the socket again. A proxy whose last user
 // lets go is kept by the sender until its queue is out, or
 // CLOSED_FLUSH_TIMEOUT_MS without room; a process that exits normally waits
@@ -51,8 +50,8 @@
 //
 // A one-way call that passes descriptors first writes out what is queued;
 // it is sent only when the queue is then empty and the socket takes its
-// first bytes; otherwise it is refused and counted. In a forked child the parent's queue is forgotten: the parent
-// sends it.
+// first bytes; otherwise it is refused and counted. In a forked child the
+// parent's queue is forgotten: the parent sends it.
 #ifndef HOST_BINDER_BP_BINDER_H
 #define HOST_BINDER_BP_BINDER_H
 
