@@ -361,23 +361,30 @@ void BM_TwoWayCall(benchmark::State& state) {
 BENCHMARK(BM_TwoWayCall)->ArgName("clients")->Arg(1)->Arg(kMaxClients)->UseManualTime();
 
 // Times makeCalls (count one-way calls) against count bare sends of the same
-// bytes to a sink; the service is waited for between rounds, untimed. False
-// when the service died on the way.
+// bytes to a sink, in wall and in this thread's CPU time (which a loaded
+// machine does not inflate); the service is waited for between rounds,
+// untimed. False when the service died on the way.
 template <typename MakeCalls>
 bool CallsAgainstSends(benchmark::State& state, int count, MakeCalls makeCalls) {
     const std::vector<char> request(gBytes.request);
     Clock::duration callTime{};
     Clock::duration sendTime{};
+    std::chrono::nanoseconds callCpu{};
+    std::chrono::nanoseconds sendCpu{};
     for (auto _ : state) {
-        Clock::time_point start = Clock::now();
+        vymm_bench::ThreadTime start = vymm_bench::ThreadTime::Now();
         makeCalls();
-        const Clock::duration call = Clock::now() - start;
+        vymm_bench::ThreadTime end = vymm_bench::ThreadTime::Now();
+        const Clock::duration call = end.wall - start.wall;
+        callCpu += end.cpu - start.cpu;
         gBinder->pingBinder();
-        start = Clock::now();
+        start = vymm_bench::ThreadTime::Now();
         for (int i = 0; i < count; ++i) {
             (void)!send(gSinkSocket, request.data(), request.size(), MSG_NOSIGNAL);
         }
-        sendTime += Clock::now() - start;
+        end = vymm_bench::ThreadTime::Now();
+        sendTime += end.wall - start.wall;
+        sendCpu += end.cpu - start.cpu;
         state.SetIterationTime(Seconds(call));
         callTime += call;
     }
@@ -388,6 +395,8 @@ bool CallsAgainstSends(benchmark::State& state, int count, MakeCalls makeCalls) 
     state.counters["call_ns"] = Nanos(callTime) / calls;
     state.counters["send_ns"] = Nanos(sendTime) / calls;
     state.counters["x_send"] = Nanos(callTime) / Nanos(sendTime);
+    state.counters["call_cpu_ns"] = Nanos(callCpu) / calls;
+    state.counters["x_send_cpu"] = Nanos(callCpu) / Nanos(sendCpu);
     return true;
 }
 

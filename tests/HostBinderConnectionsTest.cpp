@@ -207,12 +207,15 @@ TEST_F(BinderConnectionsTest, AWithdrawalRunsWhatAConnectionBeingAcceptedSent) {
 }
 
 // A burst far above what the socket holds, while the service's process is
-// stopped: every call is queued without waiting, and all arrive in order
-// once it runs again, with no further call to push them.
+// stopped: every call is queued without waiting, and all arrive whole and in
+// order once it runs again, with no further call to push them.
 TEST(OnewayQueueTest, ABurstAgainstAStoppedServiceArrivesWholeAndInOrder) {
-    // Each send takes far more of the socket's buffer than its 24 bytes:
-    // the socket holds a few hundred of them.
-    constexpr int kBurst = 5000;
+    // The big calls overflow the socket's buffer (some 200 KiB), which takes
+    // one of them only in part; each small send takes far more of the buffer
+    // than its 24 bytes.
+    constexpr int kBig = 4;
+    constexpr size_t kBigPayload = 80 * 1024;
+    constexpr int kBurst = 3500;
     const ScopedBinderDir dir;
     ChildProcess service(Peer());
     ASSERT_EQ(service.Ask("publish echo"), "0");
@@ -226,18 +229,27 @@ TEST(OnewayQueueTest, ABurstAgainstAStoppedServiceArrivesWholeAndInOrder) {
     };
     ASSERT_EQ(counts(), "0 0");
 
+    // The caller's proxy: let go with its calls queued.
+    sp<IBinder> sender = defaultServiceManager()->getService(String16("echo"));
     ASSERT_EQ(kill(service.pid(), SIGSTOP), 0);
     std::future<int> burst = std::async(std::launch::async, [&] {
         int refused = 0;
         for (int32_t number = 1; number <= kBurst; ++number) {
             Parcel data;
             data.writeInt32(number);
-            refused += echo->transact(EchoBinder::ECHO, data, nullptr, IBinder::FLAG_ONEWAY) !=
+            if (number <= kBig) {
+                data.write(std::vector<uint8_t>(kBigPayload, 0xa5).data(), kBigPayload);
+                data.writeInt32(number);
+            }
+            refused += sender->transact(EchoBinder::ECHO, data, nullptr, IBinder::FLAG_ONEWAY) !=
                        NO_ERROR;
         }
         return refused;
     });
     const bool returned = burst.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+    if (returned) {
+        sender.clear();
+    }
     kill(service.pid(), SIGCONT);
     ASSERT_TRUE(returned) << "the caller waited for the stopped service";
     EXPECT_EQ(burst.get(), 0);

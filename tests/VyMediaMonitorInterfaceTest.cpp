@@ -3,6 +3,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <vector>
@@ -65,19 +66,23 @@ TEST(MonitorInterfaceTest, ClientCallsArriveInOrderWithTheCallersIdentity) {
 }
 
 // Arguments that do not unmarshal make no call: a text whose length runs
-// past the end, a C string marked present with none after it.
+// past the end, or whose terminator is missing, a C string marked present
+// with none after it.
 TEST(MonitorInterfaceTest, ArgumentsThatDoNotUnmarshalMakeNoCall) {
     const sp<RecordingMonitorService> service = new RecordingMonitorService;
-    const auto transact = [&service](uint32_t code, int32_t word) {
+    const auto transact = [&service](uint32_t code, std::initializer_list<int32_t> words) {
         Parcel data;
         Parcel reply;
         data.writeInterfaceToken(service->getInterfaceDescriptor());
-        data.writeInt32(word);
+        for (const int32_t word : words) {
+            data.writeInt32(word);
+        }
         data.setDataPosition(0);
         return service->onTransact(code, data, &reply, 0);
     };
-    EXPECT_EQ(transact(I::WRITE_KPIS, 1000), BAD_VALUE);
-    EXPECT_EQ(transact(I::MONITOR_PLAYING_APP, 1), BAD_VALUE);
+    EXPECT_EQ(transact(I::WRITE_KPIS, {1000}), BAD_VALUE);
+    EXPECT_EQ(transact(I::WRITE_KPIS, {3, 0x64636261 /* "abcd" */}), BAD_VALUE);
+    EXPECT_EQ(transact(I::MONITOR_PLAYING_APP, {1}), BAD_VALUE);
     EXPECT_TRUE(service->Calls().empty());
 }
 

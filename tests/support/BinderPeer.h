@@ -35,11 +35,13 @@
 #include "support/ChildProcess.h"
 
 // Answers its caller's uid and pid. Calls wait while the gate is closed.
-// Calls that carry an int32 are numbered: each should be the last one + 1.
+// Calls that carry an int32 are numbered: each should be the last one + 1,
+// and a call with more data ends with its number again.
 class EchoBinder : public android::BBinder {
 public:
     static constexpr uint32_t ECHO = FIRST_CALL_TRANSACTION;
-    // Answers the calls answered, and the numbered ones out of order.
+    // Answers the calls answered, and the numbered ones out of order or
+    // damaged.
     static constexpr uint32_t COUNTS = FIRST_CALL_TRANSACTION + 1;
 
     void SetOpen(bool open) {
@@ -76,7 +78,13 @@ protected:
         }
         std::unique_lock<std::mutex> lock(mMutex);
         if (int32_t number; data.readInt32(&number) == android::NO_ERROR) {
-            mOutOfOrder += number != mLastNumber + 1 ? 1 : 0;
+            // A longer call ends with its number again, unless damaged.
+            int32_t last = number;
+            if (data.dataAvail() >= sizeof(last)) {
+                data.setDataPosition(data.dataSize() - sizeof(last));
+                data.readInt32(&last);
+            }
+            mOutOfOrder += number != mLastNumber + 1 || last != number ? 1 : 0;
             mLastNumber = number;
         }
         mMaxWaiting = std::max(mMaxWaiting, ++mWaiting);

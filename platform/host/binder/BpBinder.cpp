@@ -97,6 +97,18 @@ void WaitFor(int fd, short events) {
     }
 }
 
+// One send of count queued pieces that never waits.
+ssize_t SendQueued(int fd, iovec* iov, size_t count) {
+    msghdr msg = {};
+    msg.msg_iov = iov;
+    msg.msg_iovlen = count;
+    ssize_t sent;
+    do {
+        sent = sendmsg(fd, &msg, MSG_DONTWAIT | MSG_NOSIGNAL);
+    } while (sent < 0 && errno == EINTR);
+    return sent;
+}
+
 }  // namespace
 
 BpBinder::BpBinder(RuntimeFolder&& folder, const std::string& name, int connection)
@@ -245,6 +257,7 @@ void BpBinder::forgetInheritedOneway() {
     mPending.clear();
     mPendingBytes = 0;
     mWatched = false;
+    mWriting = false;
     mSendFailures = 0;
     mPing = NO_PING;
     mPingConn.reset();
@@ -288,6 +301,7 @@ status_t BpBinder::sendOneway(uint32_t code, const Parcel& data, uint32_t flags)
     PendingFrame frame;
     frame.bytes = HostWire::EncodeFrame(code, flags, data);
     bool watchNow = false;
+    bool flushNow = false;
     {
         Mutex::Autolock lock(mOnewayLock);
         forgetInheritedOneway();
@@ -301,14 +315,21 @@ status_t BpBinder::sendOneway(uint32_t code, const Parcel& data, uint32_t flags)
             return refuse(status);
         }
         ++mOnewaySent;
+        // Once per so many calls, so that a full socket costs few tries.
+        flushNow = !mPending.empty() && mPending.size() % CALLER_FLUSH_FRAMES == 0;
     }
     if (watchNow) {
         watch();
+    }
+    if (flushNow) {
+        flushAsCaller();
     }
     return NO_ERROR;
 }
 
 status_t BpBinder::sendWithDescriptors(uint32_t code, const Parcel& data, uint32_t flags) {
+    // The queue may be out at once.
+    flushAsCaller();
     bool watchNow = false;
     {
         Mutex::Autolock lock(mOnewayLock);
@@ -391,16 +412,55 @@ bool BpBinder::enqueue(PendingFrame&& frame) {
 
 void BpBinder::watch() { OnewaySender::Get().Watch(sp<BpBinder>(this)); }
 
+size_t BpBinder::startWrite(iovec* iov) {
+    if (mWriting) {
+        return 0;
+    }
+    size_t count = 0;
+    for (const PendingFrame& frame : mPending) {
+        if (count == MAX_SEND_FRAMES) {
+            break;
+        }
+        iov[count++] = {const_cast<uint8_t*>(frame.bytes.data()) + frame.sent,
+                        frame.bytes.size() - frame.sent};
+    }
+    mWriting = count > 0;
+    return count;
+}
+
+void BpBinder::flushAsCaller() {
+    iovec iov[MAX_SEND_FRAMES];
+    std::shared_ptr<ProcessFd> conn;
+    size_t count = 0;
+    {
+        Mutex::Autolock lock(mOnewayLock);
+        forgetInheritedOneway();
+        conn = mOneway;
+        if (conn == nullptr || (count = startWrite(iov)) == 0) {
+            return;
+        }
+    }
+    const ssize_t sent = SendQueued(conn->get(), iov, count);
+    Mutex::Autolock lock(mOnewayLock);
+    mWriting = false;
+    if (sent > 0) {
+        advance(static_cast<size_t>(sent), conn);
+    }
+}
+
 BpBinder::FlushResult BpBinder::flushPending(int* fd) {
     iovec iov[MAX_SEND_FRAMES];
     for (int round = 0; round < FLUSH_ROUNDS; ++round) {
         std::shared_ptr<ProcessFd> conn;
-        msghdr msg = {};
+        size_t count = 0;
         {
             Mutex::Autolock lock(mOnewayLock);
             if (mPending.empty() || mPendingOwner != getpid()) {
                 mWatched = false;
                 return FLUSHED;
+            }
+            if (mWriting) {
+                return RETRY;  // a caller is writing it
             }
             conn = onewayConnection();
             if (conn == nullptr) {
@@ -412,21 +472,12 @@ BpBinder::FlushResult BpBinder::flushPending(int* fd) {
                 return sendFailed() ? FLUSHED : RETRY;
             }
             // Frames stay where they are until taken off below.
-            for (const PendingFrame& frame : mPending) {
-                if (msg.msg_iovlen == MAX_SEND_FRAMES) {
-                    break;
-                }
-                iov[msg.msg_iovlen++] = {const_cast<uint8_t*>(frame.bytes.data()) + frame.sent,
-                                         frame.bytes.size() - frame.sent};
-            }
+            count = startWrite(iov);
         }
-        msg.msg_iov = iov;
-        ssize_t sent;
-        do {
-            sent = sendmsg(conn->get(), &msg, MSG_DONTWAIT | MSG_NOSIGNAL);
-        } while (sent < 0 && errno == EINTR);
+        const ssize_t sent = SendQueued(conn->get(), iov, count);
         const int err = errno;
         Mutex::Autolock lock(mOnewayLock);
+        mWriting = false;
         if (sent < 0 && Again(err)) {
             *fd = conn->get();
             return WAIT_ROOM;
@@ -551,6 +602,7 @@ void BpBinder::waitForOneway() {
     if (watchNow) {
         watch();
     }
+    flushAsCaller();
     std::shared_ptr<ProcessFd> conn;
     {
         Mutex::Autolock lock(mOnewayLock);

@@ -137,8 +137,10 @@ void OnewaySender::Loop(int wakeFd) {
         }
         size_t next = 1;
         for (Watched& each : watched) {
-            if (!each.ready) {
-                each.ready = polled[next++].revents != 0;
+            if (!each.ready && polled[next++].revents != 0) {
+                each.ready = true;
+                // A closed proxy's wait for room starts again.
+                each.closedAtMs = -1;
             }
         }
         TakeIncoming(&watched);

@@ -31,7 +31,8 @@ public:
     static constexpr int CLOSED_FLUSH_TIMEOUT_MS = 2000;
     // How long a normal exit waits for the queues.
     static constexpr int EXIT_FLUSH_TIMEOUT_MS = 2000;
-    // The pause before another try when no connection could be made.
+    // The pause before another try when no connection could be made, or a
+    // caller was writing the queue.
     static constexpr int RETRY_MS = 10;
 
     static OnewaySender& Get();
@@ -47,7 +48,7 @@ private:
         sp<BpBinder> proxy;
         int fd = -1;          // polled for room when waiting
         bool ready = true;    // flush at the next turn
-        int64_t closedAtMs = -1;  // when only the sender held it
+        int64_t closedAtMs = -1;  // since when only the sender holds it, without room
     };
 
     OnewaySender() = default;

@@ -17,21 +17,27 @@
 // call never waits for the service: what the socket does not take at once
 // is queued in the proxy, up to MAX_PENDING_ONEWAY_BYTES, and the process's
 // one-way sender thread (OnewaySender) writes the queue out as soon as the
-// socket has room, many calls a send, also when no further call comes. A
+// socket has room, many calls a send, also when no further call comes;
+// so does each caller that brings the queue to a multiple of
+// CALLER_FLUSH_FRAMES, when no other thread is writing it. A call made
+// while nothing is queued goes straight to the socket: once it returns,
+// its bytes are the service's, which a stop runs. A
 // call that finds the queue full, or the service gone, is refused
 // (WOULD_BLOCK, DEAD_OBJECT) and counted; the process's count of refused
 // calls goes to the service ahead of the next request that goes through,
 // as a DROPPED_CALLS_TRANSACTION. A two-way call returns only after the
 // one-way calls sent before it through the proxy ran: it queues a ping
-// behind them and waits for its answer.
+// behind them, writes the queue out itself when the socket takes it, and
+// waits for the ping's answer.
 //
 // Example: a codec thread sends 2000 calls while the service is stopped.
 // The first few hundred fill the socket; the rest wait in this proxy
-// (under 200 KiB with their bookkeeping) and each call returns NO_ERROR. The proxy hands
-// itself to the sender thread, which polls the socket for room. When the
-// service reads again, the sender writes up to MAX_SEND_FRAMES queued
-// calls with each sendmsg until the queue is empty, then lets the proxy
-// go. A call made meanwhile joins the queue's end; once the queue is
+// (under 200 KiB with their bookkeeping) and each call returns NO_ERROR;
+// every CALLER_FLUSH_FRAMES-th tries one send of the queue and finds no
+// room. The proxy hands itself to the sender thread, which polls the
+// socket for room. When the service reads again, the sender writes up to
+// MAX_SEND_FRAMES queued calls with each sendmsg until the queue is empty,
+// then lets the proxy go. A call made meanwhile joins the queue's end; once the queue is
 // empty, calls go straight to the socket again. A proxy whose last user
 // lets go is kept by the sender until its queue is out, or
 // CLOSED_FLUSH_TIMEOUT_MS without room; a process that exits normally waits
@@ -42,14 +48,15 @@
 // one is the service's to run. The sender gives up, counting the calls as
 // refused, once nothing listens or after MAX_SEND_FAILURES tries.
 //
-// A one-way call that passes descriptors is sent only when the queue is
-// empty and the socket takes its first bytes; otherwise it is refused and
-// counted. In a forked child the parent's queue is forgotten: the parent
-// sends it.
+// A one-way call that passes descriptors first writes out what is queued;
+// it is sent only when the queue is then empty and the socket takes its
+// first bytes; otherwise it is refused and counted. In a forked child the
+// parent's queue is forgotten: the parent sends it.
 #ifndef HOST_BINDER_BP_BINDER_H
 #define HOST_BINDER_BP_BINDER_H
 
 #include <sys/types.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -92,6 +99,8 @@ public:
     // Queued calls written by one sendmsg, and sendmsgs by one flush.
     static constexpr size_t MAX_SEND_FRAMES = 256;
     static constexpr int FLUSH_ROUNDS = 8;
+    // Queued calls at which the caller writes the queue out itself.
+    static constexpr size_t CALLER_FLUSH_FRAMES = 64;
     // Failed tries of the sender thread in a row (OnewaySender::RETRY_MS
     // apart, some 10 s) before it drops the queue, counting its calls.
     static constexpr int MAX_SEND_FAILURES = 1000;
@@ -165,6 +174,14 @@ private:
     void dropPending() REQUIRES(mOnewayLock);
     // For the sender thread: writes out what the queue holds.
     FlushResult flushPending(int* fd) EXCLUDES(mOnewayLock);
+    // For a caller: one send of what the queue holds, unless another thread
+    // is writing it or there is no connection; failures are left to the
+    // sender thread, which watches every queue that is not empty.
+    void flushAsCaller() EXCLUDES(mOnewayLock);
+    // Takes the queue's writing over, and points iov at up to
+    // MAX_SEND_FRAMES of its frames: their count, 0 when another thread is
+    // writing it.
+    size_t startWrite(iovec* iov) REQUIRES(mOnewayLock);
     // For the sender thread, when a closed proxy's queue timed out.
     void abandonPending() EXCLUDES(mOnewayLock);
     // After a failed send on conn: the queue goes again on a new one.
@@ -204,10 +221,12 @@ private:
     std::shared_ptr<ProcessFd> mOneway GUARDED_BY(mOnewayLock);
     uint64_t mOnewaySent GUARDED_BY(mOnewayLock) = 0;  // calls accepted
     uint64_t mOnewayRan GUARDED_BY(mOnewayLock) = 0;   // mOnewaySent at the last ping
-    // Appended by callers, taken off the front only by the sender thread
-    // (callers send directly only while it is empty), so a flush reads
-    // its frames without the lock: a deque keeps them where they are.
+    // Appended by callers, taken off the front only by the thread writing
+    // it (mWriting; callers send directly only while it is empty), so that
+    // thread sends its frames without the lock: a deque keeps them where
+    // they are.
     std::deque<PendingFrame> mPending GUARDED_BY(mOnewayLock);
+    bool mWriting GUARDED_BY(mOnewayLock) = false;
     size_t mPendingBytes GUARDED_BY(mOnewayLock) = 0;  // unsent, with overheads
     pid_t mPendingOwner GUARDED_BY(mOnewayLock) = getpid();
     bool mWatched GUARDED_BY(mOnewayLock) = false;  // the sender holds the proxy
