@@ -96,6 +96,12 @@ TEST_F(MediaBigDataWriterTest, ChargeCountersAndTextsThenAtTheCapOnlyVideoAndOut
     EXPECT_EQ(writer->Store(), stored + "916019104={Total=5 a=5}{pkgName=b} 918017000={TIMES=3}{"
                                         "NEWCODECNAME=s OLDCODECNAME=s PACKAGENAME=s PRIORITY=2 "
                                         "VIDEOFPS=1 VIDEOSIZE=s}}");
+
+    // A forced upload sends one event a record, of all three tables.
+    writer->SendMediaLog();
+    const android::WriterStats stats = writer->GetStats();
+    EXPECT_EQ(stats.uploads, 1u);
+    EXPECT_EQ(stats.eventsSent, 4u);
 }
 
 }  // namespace
