@@ -8,22 +8,22 @@
 #   VYMM_MUTANTS_RUN=1 tests/mutants/ci.sh
 #                                  and the slice of this commit
 #   VYMM_MUTANTS_RUN=1 VYMM_MUTANTS_ALL=1 tests/mutants/ci.sh
-#                                  every row (one to three minutes a row on
-#                                  two cores)
+#                                  every row (three minutes a row on a busy
+#                                  two-core machine, fifteen for a header)
 #
 # The slice: the rows are dealt round-robin into as many slices as it takes
-# to hold at most VYMM_MUTANTS_PER_RUN (default 12) each; the commit's
+# to hold at most VYMM_MUTANTS_PER_RUN (default 8) each; the commit's
 # number in its history (git rev-list --count HEAD) modulo that count picks
 # one, so consecutive commits take consecutive slices and every few commits
-# cover the whole table. Up to VYMM_MUTANTS_CHANGED (default 3) rows of the
+# cover the whole table. Up to VYMM_MUTANTS_CHANGED (default 2) rows of the
 # files the last commit changed (against its first parent) are added: a
 # merge's first-parent diff touches most files, so those rows are taken in
 # table order from a point that the commit's number moves on, and capped.
 set -eu
 top=$(cd "$(dirname "$0")/../.." && pwd)
 table=$top/tests/mutants.tsv
-per_run=${VYMM_MUTANTS_PER_RUN:-12}
-changed_cap=${VYMM_MUTANTS_CHANGED:-3}
+per_run=${VYMM_MUTANTS_PER_RUN:-8}
+changed_cap=${VYMM_MUTANTS_CHANGED:-2}
 
 commit_number=$(git -C "$top" rev-list --count HEAD)
 touched=$(git -C "$top" diff --name-only HEAD^1 HEAD 2>/dev/null || true)
