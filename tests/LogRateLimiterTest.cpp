@@ -1,10 +1,15 @@
+#define LOG_TAG "limiter_test"
+
 #include <atomic>
+#include <chrono>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "common/LogRateLimiter.h"
+#include "support/LogCapture.h"
 
 using android::LogRateLimiter;
 
@@ -53,6 +58,24 @@ TEST(LogRateLimiterTest, PassesABurstThenAFewASecondAndCountsWhatItHeldBack) {
     while (!limiter.Allow(&last) && Now() < deadline) {
     }
     EXPECT_EQ(reported + last, limiter.Suppressed()) << "every refused line is reported once";
+}
+
+TEST(LogRateLimiterTest, TheLineAfterOneHeldBackSaysSo) {
+    LogCapture log;
+    LogRateLimiter limiter(1, 2);  // one line, then one every 500 ms
+    ALOG_LIMITED(limiter, ANDROID_LOG_INFO, "first");
+    ALOG_LIMITED(limiter, ANDROID_LOG_INFO, "held back");
+    // Past the interval, whatever the clock's phase: the limiter's own time,
+    // no other thread to wait for.
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    ALOG_LIMITED(limiter, ANDROID_LOG_INFO, "after");
+    std::vector<std::string> lines;
+    for (const LogLine& line : log.Lines()) {
+        if (line.tag == LOG_TAG) {
+            lines.push_back(line.message);
+        }
+    }
+    EXPECT_EQ(lines, (std::vector<std::string>{"first", "1 similar lines suppressed", "after"}));
 }
 
 }  // namespace

@@ -48,6 +48,11 @@ public:
                                   kCtime, "<ctime>");
     }
     using MediaBigDataWriter::mLogMemSize;
+
+    void SetStoreBytes(size_t bytes) {
+        Mutex::Autolock lock(mBigDataLock);
+        mStoreBytes = bytes;
+    }
 };
 
 String8 S(const char* text) { return String8(text); }
@@ -96,6 +101,20 @@ TEST_F(MediaBigDataWriterTest, ChargeCountersAndTextsThenAtTheCapOnlyVideoAndOut
     EXPECT_EQ(writer->Store(), stored + "916019104={Total=5 a=5}{pkgName=b} 918017000={TIMES=3}{"
                                         "NEWCODECNAME=s OLDCODECNAME=s PACKAGENAME=s PRIORITY=2 "
                                         "VIDEOFPS=1 VIDEOSIZE=s}}");
+
+    // The hard byte limit counts what the new key would add, not only what
+    // is stored already.
+    writer->mLogMemSize = 0;
+    writer->SetStoreBytes(android::MAX_BIGDATA_BYTES - 1);
+    writer->WriteBigData(916300001, S("new"), 1, 0);
+    EXPECT_EQ(writer->Store().find("new="), std::string::npos) << writer->Store();
+    writer->SetStoreBytes(0);
+
+    // A forced upload sends one event a record, of all three tables.
+    writer->SendMediaLog();
+    const android::WriterStats stats = writer->GetStats();
+    EXPECT_EQ(stats.uploads, 1u);
+    EXPECT_EQ(stats.eventsSent, 4u);
 }
 
 }  // namespace

@@ -125,7 +125,10 @@ TEST_F(MonitorEntryPointsTest, OnlyTheFirstThreeOperationsRefuseOtherUidsWithALi
     s->ForceLogSend(5);
     s->WriteLogMsg(3, 2, nullptr);
     s->WriteLogMsg(3, 9, "direct");  // to the writer at once
-    EXPECT_EQ(s->TakeQueued(), Lines({"16:0 s= i=-1,5,-1", "1:0 s= i=-1,3,2"}));
+    s->WriteLogMsg(3, 10, "after");  // the one type above it is queued
+    EXPECT_EQ(s->TakeQueued(),
+              Lines({"16:0 s= i=-1,5,-1", "1:0 s= i=-1,3,2", "1:0 s=after i=-1,3,10"}));
+    EXPECT_EQ(StatsOf(*s)["queue"]["queued"]["log_msg"].asInt(), 2);
     EXPECT_NE(DumpText(*s->mExceptionLogWriter).find("direct"), std::string::npos);
     EXPECT_EQ(mLog.Count(ANDROID_LOG_ERROR, kTag, kNullLine), 1u);
 
