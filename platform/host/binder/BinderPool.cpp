@@ -366,8 +366,10 @@ bool BinderPool::ReadFrom(Connection* conn, Request* request) {
         }
         // A client sends its next two-way call once it has the reply: the
         // set reports it rather than a read that finds nothing now.
-        Release(conn);
-        return false;
+        if (!conn->reader.HoldsFrame()) {
+            Release(conn);
+            return false;
+        }
     }
     switch (conn->reader.Read(conn->fd.get())) {
         case FrameReader::NEED_MORE:
@@ -582,8 +584,7 @@ std::unique_ptr<BinderPool::Connection> BinderPool::Retire(Connection* conn) {
         mTable.Retire(conn->id);
         return nullptr;
     }
-    int unread = 0;
-    if (!conn->out.empty() || ioctl(conn->fd.get(), FIONREAD, &unread) != 0 || unread == 0) {
+    if (!conn->out.empty() || !HasUnread(*conn)) {
         return Detach(conn);
     }
     mTable.Retire(conn->id);
@@ -605,12 +606,19 @@ void BinderPool::Release(Connection* conn) {
                })) {
         closed = Retire(conn);
     } else {
-        Arm(conn->fd.get(), conn->id, conn->out.empty() ? EPOLLIN : EPOLLOUT);
+        // Requests read but not run have no event of their own.
+        const bool waitForRoom = !conn->out.empty() || conn->reader.HoldsFrame();
+        Arm(conn->fd.get(), conn->id, waitForRoom ? EPOLLOUT : EPOLLIN);
     }
     // It may make room now.
     if (mFull && mRunning) {
         ArmListeners();
     }
+}
+
+bool BinderPool::HasUnread(const Connection& conn) {
+    int unread = 0;
+    return !conn.reader.Empty() || (ioctl(conn.fd.get(), FIONREAD, &unread) == 0 && unread > 0);
 }
 
 size_t BinderPool::DiscardUnread(Connection* conn) {

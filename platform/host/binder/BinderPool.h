@@ -12,8 +12,9 @@
 // no thread can take over watching does a request wait in a queue for the
 // next thread that ends a call. A connection is read again only once its
 // request ran, so the calls of one connection run one after the other, in
-// order, one-way ones included. A reply that the peer does not take at once
-// waits for the connection to become writable. Nothing waits on a peer.
+// order, one-way ones included. A reply that the peer does not take at once,
+// and a turn's end with requests read but not run, wait for the connection
+// to become writable. Nothing waits on a peer.
 // Each call runs as the process that sent its request, which need not be the
 // one that opened the connection.
 //
@@ -68,6 +69,10 @@ public:
     // Requests a thread runs from one connection in a row while others may
     // be waiting: then the connection goes to the back of the ready ones.
     static constexpr size_t TURN_REQUESTS = 8;
+    // Bytes one read of a connection may take, so that one system call
+    // brings many requests: at most MAX_CONNECTIONS times this (1 MiB) is
+    // held beyond the requests being read.
+    static constexpr size_t READ_AHEAD_BYTES = 16 * 1024;
 
     BinderPool();
     ~BinderPool();
@@ -114,7 +119,7 @@ private:
         // logs; a call runs as the sender of its request.
         pid_t pid;
         uid_t uid;
-        FrameReader reader{MAX_FRAME_FDS};
+        FrameReader reader{MAX_FRAME_FDS, READ_AHEAD_BYTES};
         std::vector<uint8_t> out;  // reply bytes not yet sent
         size_t outSent = 0;
     };
@@ -136,6 +141,8 @@ private:
     bool ReadFrom(Connection* conn, Request* request);
     // Reads and drops the complete requests left on conn: how many.
     static size_t DiscardUnread(Connection* conn);
+    // Whether conn holds bytes nobody ran yet, read or still in the socket.
+    static bool HasUnread(const Connection& conn);
     // True when a ready connection may find no thread watching, or a
     // request waits in the queue.
     bool OthersMayWait() EXCLUDES(mLock);
