@@ -18,9 +18,11 @@
 // Each call runs as the process that sent its request, which need not be the
 // one that opened the connection.
 //
-// Connections are bounded. At the bound, a new connection makes room by
-// retiring the least recently used connection that holds no call, of the
-// uid that holds the most connections; only while every connection holds a
+// The connections of one uid hold at most UID_THREAD_PERCENT of the
+// threads; another of its connections that becomes ready waits, parked,
+// until one of them is let go. Connections are bounded. At the bound, a new connection makes room by
+// retiring the least recently used connection that holds no call and is not
+// parked, of the uid that holds the most connections; only while every connection holds a
 // call do new ones wait, unaccepted, in the listening socket's backlog. A
 // retired connection is shut for reading and closed once it has run the
 // requests already written to it; clients send again on a new connection
@@ -72,6 +74,10 @@ public:
     // Bytes one read of a connection may take, so that one system call
     // brings many requests: at most MAX_CONNECTIONS times this (1 MiB) is
     // held beyond the requests being read.
+    // Of the pool's threads, the share that the connections of one uid may
+    // hold at once, so that a flood from one client leaves threads to the
+    // others; the rest of its connections wait their turn, oldest first.
+    static constexpr size_t UID_THREAD_PERCENT = 50;
     static constexpr size_t READ_AHEAD_BYTES = 16 * 1024;
 
     BinderPool();
@@ -143,9 +149,12 @@ private:
     static size_t DiscardUnread(Connection* conn);
     // Whether conn holds bytes nobody ran yet, read or still in the socket.
     static bool HasUnread(const Connection& conn);
-    // True when a ready connection may find no thread watching, or a
-    // request waits in the queue.
-    bool OthersMayWait() EXCLUDES(mLock);
+    // True when a ready connection may find no thread watching, a request
+    // waits in the queue, or a connection of conn's uid waits for its share.
+    bool OthersMayWait(const Connection& conn) EXCLUDES(mLock);
+    // Connections one uid may hold at once, each with a thread or a queued
+    // request.
+    size_t UidShare() REQUIRES(mLock);
     // Lets go of conn, which this thread holds, after its reply is sent.
     void Yield(Connection* conn) EXCLUDES(mLock);
     // Sends what the connection's reply has left; false when it failed.
@@ -171,6 +180,10 @@ private:
     void Close(Connection* conn) EXCLUDES(mLock);
     std::unique_ptr<Connection> Detach(Connection* conn) REQUIRES(mLock);
     void Arm(int fd, uint64_t id, uint32_t events) REQUIRES(mLock);
+    // Arms conn, which no thread holds, for its next event.
+    void Watch(Connection* conn) REQUIRES(mLock);
+    // Arms the connection of uid that waited longest for its share.
+    void WakeParked(uid_t uid) REQUIRES(mLock);
     void ArmListeners() REQUIRES(mLock);
     bool Full() REQUIRES(mLock);
     void Spawn() REQUIRES(mLock);
