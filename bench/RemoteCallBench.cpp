@@ -276,6 +276,8 @@ void FloodOne(const std::string& path, const std::atomic<bool>& flooding,
             ++*started;
         }
     }
+    const timeval never = {0, 0};
+    setsockopt(conn.get(), SOL_SOCKET, SO_SNDTIMEO, &never, sizeof(never));
     const size_t partial = at % sizeof(ping);
     const size_t rest = partial > 0 ? sizeof(ping) - partial : 0;
     std::vector<char> request(bytes + at, bytes + at + rest);

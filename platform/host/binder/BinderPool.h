@@ -83,16 +83,6 @@ public:
     BinderPool();
     ~BinderPool();
 
-    // Serves binder on listener, a listening socket, from now on.
-    void AddListener(base::unique_fd listener, const sp<IBinder>& binder);
-    // Stops serving binder: shuts its listener, takes the connections still
-    // in its backlog, also those another thread is accepting, and closes
-    // the listener; each connection of binder, busy or not, is shut for
-    // reading and closed once it ran what it was sent.
-    void RemoveListener(const sp<IBinder>& binder);
-    // Returns once binder has no connection left, or at once on a pool
-    // thread or while the pool does not run.
-    void AwaitClosed(const sp<IBinder>& binder);
     void SetMaxThreads(size_t maxThreads);
     // Starts the first pool thread, unless the pool runs or is stopping.
     void Start();
@@ -108,6 +98,20 @@ public:
     static void (*sAcceptHook)();
 
 private:
+    // A service is served and withdrawn through its publication only.
+    friend class Publication;
+
+    // Serves binder on listener, a listening socket, from now on.
+    void AddListener(base::unique_fd listener, const sp<IBinder>& binder);
+    // Stops serving binder: shuts its listener, takes the connections still
+    // in its backlog, also those another thread is accepting, and closes
+    // the listener; each connection of binder, busy or not, is shut for
+    // reading and closed once it ran what it was sent.
+    void RemoveListener(const sp<IBinder>& binder);
+    // Returns once binder has no connection left, or at once on a pool
+    // thread or while the pool does not run.
+    void AwaitClosed(const sp<IBinder>& binder);
+
     struct Listener {
         base::unique_fd fd;
         sp<IBinder> binder;
