@@ -20,14 +20,17 @@
 //
 // The connections of one uid hold at most UID_THREAD_PERCENT of the
 // threads; another of its connections that becomes ready waits, parked,
-// until one of them is let go. Connections are bounded. At the bound, a new connection makes room by
-// retiring the least recently used connection that holds no call and is not
-// parked, of the uid that holds the most connections; only while every connection holds a
-// call do new ones wait, unaccepted, in the listening socket's backlog. A
-// retired connection is shut for reading and closed once it has run the
-// requests already written to it; clients send again on a new connection
-// when an idle one was closed, so excess load waits instead of failing, no
-// uid crowds out the others, and no request written whole is lost.
+// until one of them is let go.
+//
+// Connections are bounded. At the bound, a new connection makes room by
+// retiring the least recently used connection that holds no call and is
+// not parked, of the uid that holds the most connections; only while every
+// connection holds a call do new ones wait, unaccepted, in the listening
+// socket's backlog. A retired connection is shut for reading and closed
+// once it has run the requests already written to it; clients send again
+// on a new connection when an idle one was closed, so excess load waits
+// instead of failing, no uid crowds out the others, and no request written
+// whole is lost.
 //
 // Threads: pool threads run Loop(). The public methods may be called from
 // any thread; Stop() not from a pool thread. mLock is the only lock, never
@@ -71,13 +74,13 @@ public:
     // Requests a thread runs from one connection in a row while others may
     // be waiting: then the connection goes to the back of the ready ones.
     static constexpr size_t TURN_REQUESTS = 8;
-    // Bytes one read of a connection may take, so that one system call
-    // brings many requests: at most MAX_CONNECTIONS times this (1 MiB) is
-    // held beyond the requests being read.
     // Of the pool's threads, the share that the connections of one uid may
     // hold at once, so that a flood from one client leaves threads to the
     // others; the rest of its connections wait their turn, oldest first.
     static constexpr size_t UID_THREAD_PERCENT = 50;
+    // Bytes one read of a connection may take, so that one system call
+    // brings many requests: at most MAX_CONNECTIONS times this (1 MiB) is
+    // held beyond the requests being read.
     static constexpr size_t READ_AHEAD_BYTES = 16 * 1024;
 
     BinderPool();
