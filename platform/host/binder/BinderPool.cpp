@@ -697,15 +697,19 @@ void BinderPool::Arm(int fd, uint64_t id, uint32_t events) {
     }
 }
 
-void BinderPool::Watch(Connection* conn) {
+bool BinderPool::Watch(Connection* conn) {
     // Requests read but not run have no event of their own.
     const bool waitForRoom = !conn->out.empty() || conn->reader.HoldsFrame();
     Arm(conn->fd.get(), conn->id, waitForRoom ? EPOLLOUT : EPOLLIN);
+    return waitForRoom;
 }
 
 void BinderPool::WakeParked(uid_t uid) {
-    if (Connection* parked = Find(mTable.TakeParked(uid))) {
-        Watch(parked);
+    // A client that never reads its replies would keep the wake-up.
+    while (Connection* parked = Find(mTable.TakeParked(uid))) {
+        if (!Watch(parked)) {
+            return;
+        }
     }
 }
 

@@ -187,9 +187,11 @@ private:
     void Close(Connection* conn) EXCLUDES(mLock);
     std::unique_ptr<Connection> Detach(Connection* conn) REQUIRES(mLock);
     void Arm(int fd, uint64_t id, uint32_t events) REQUIRES(mLock);
-    // Arms conn, which no thread holds, for its next event.
-    void Watch(Connection* conn) REQUIRES(mLock);
-    // Arms the connection of uid that waited longest for its share.
+    // Arms conn, which no thread holds, for its next event; true when that
+    // is room to write rather than a request.
+    bool Watch(Connection* conn) REQUIRES(mLock);
+    // Arms the connection of uid that waited longest for its share, and
+    // before it those that wait for room, which may never come.
     void WakeParked(uid_t uid) REQUIRES(mLock);
     void ArmListeners() REQUIRES(mLock);
     bool Full() REQUIRES(mLock);
