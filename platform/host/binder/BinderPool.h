@@ -6,9 +6,8 @@
 // reads the connection's next request itself, for a turn of TURN_REQUESTS
 // when other connections may be waiting (it then goes to the back of the
 // ready ones, so that a flood takes turns with everyone else); the others
-// go on watching,
-// and a thread is spawned when none is left to watch, up to the maximum but
-// at least one; threads that join the pool serve as extra ones. Only when
+// go on watching, and a thread is spawned when none is left to watch, up to
+// the maximum but at least one; threads that join the pool serve as extra ones. Only when
 // no thread can take over watching does a request wait in a queue for the
 // next thread that ends a call. A connection is read again only once its
 // request ran, so the calls of one connection run one after the other, in
@@ -20,7 +19,9 @@
 //
 // The connections of one uid hold at most UID_THREAD_PERCENT of the
 // threads; another of its connections that becomes ready waits, parked,
-// until one of them is let go.
+// until one of them is let go. Then the one parked longest is armed again,
+// and before it any that wait only for room to write: their client may
+// never make it, and must not keep the wake-up from the others.
 //
 // Connections are bounded. At the bound, a new connection makes room by
 // retiring the least recently used connection that holds no call and is
