@@ -9,18 +9,23 @@
 // - one-way throughput in such bursts, every call counted as queued by the
 //   service;
 // - a one-way caller's p99 while the worker is in an upload at 1 ms a send,
-//   against its p99 with the worker idle.
+//   against its p99 with the worker idle;
+// - a two-way call while another uid floods 40 connections with one-way
+//   calls, against the same call with no flood.
 //
 // Before any thread starts, this process forks the service's process (the
 // service published in a fresh runtime folder) and an echo process that
 // answers on one socket pair per client thread and drains one more; both
 // end when their end of a pipe or socket closes. VYMM_BENCH_SERVER_CPU=N
-// pins both to CPU N (pin this process with taskset).
+// pins both to CPU N (pin this process with taskset). A third child, the
+// flooder, runs as uid 10001 when this process is root (else as itself).
 #include <errno.h>
+#include <grp.h>
 #include <sched.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -30,6 +35,7 @@
 #include <functional>
 #include <future>
 #include <optional>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -70,6 +76,11 @@ constexpr auto kTimeout = std::chrono::seconds(30);
 constexpr auto kCallPeriod = std::chrono::microseconds(100);
 constexpr char kSendDelayUs[] = "1000";
 constexpr size_t kCallsDuringUpload = 150;
+
+// The flood: connections of one uid, each sent one-way pings without pause.
+constexpr int kFloodConnections = 40;
+constexpr int kFloodPingsPerSend = 64;
+constexpr uid_t kFloodUid = 10001;
 
 // Control transactions of the service's process.
 enum : uint32_t {
@@ -237,6 +248,80 @@ int EchoUntilClosed(const std::vector<int>& echo, int sink, CallBytes bytes) {
     return 0;
 }
 
+// A connection of the flood: pings until flooding ends, then one two-way
+// ping, whose reply comes once every ping before it ran.
+void FloodOne(const std::string& path, const std::atomic<bool>& flooding,
+              std::atomic<int>* started) {
+    const android::base::unique_fd conn(android::HostWire::Connect(path));
+    // Wakes a send blocked on a full socket to look at flooding again.
+    const timeval recheck = {0, 100000};
+    setsockopt(conn.get(), SOL_SOCKET, SO_SNDTIMEO, &recheck, sizeof(recheck));
+    android::FrameHeader ping = {android::FRAME_MAGIC, IBinder::PING_TRANSACTION,
+                                 IBinder::FLAG_ONEWAY, 0, 0};
+    const std::vector<android::FrameHeader> pings(kFloodPingsPerSend, ping);
+    const char* bytes = reinterpret_cast<const char*>(pings.data());
+    const size_t size = pings.size() * sizeof(ping);
+    // Where the next send starts: a send cut short by the timeout leaves
+    // the rest of its frame to the next one.
+    size_t at = 0;
+    bool counted = conn.get() < 0;
+    if (counted) {
+        ++*started;
+    }
+    while (flooding && conn.get() >= 0) {
+        const ssize_t sent = send(conn.get(), bytes + at, size - at, MSG_NOSIGNAL);
+        at = (at + static_cast<size_t>(std::max<ssize_t>(sent, 0))) % size;
+        if (!counted && sent > 0) {
+            counted = true;
+            ++*started;
+        }
+    }
+    const timeval never = {0, 0};
+    setsockopt(conn.get(), SOL_SOCKET, SO_SNDTIMEO, &never, sizeof(never));
+    const size_t partial = at % sizeof(ping);
+    const size_t rest = partial > 0 ? sizeof(ping) - partial : 0;
+    std::vector<char> request(bytes + at, bytes + at + rest);
+    ping.flags = 0;
+    request.insert(request.end(), reinterpret_cast<const char*>(&ping),
+                   reinterpret_cast<const char*>(&ping + 1));
+    std::vector<char> reply(sizeof(android::FrameHeader));
+    (void)(WriteFully(conn.get(), request) && ReadFully(conn.get(), &reply));
+}
+
+// The flooder's process: floods while its control reads '1', stops and
+// answers once the service ran what it was sent at '0', ends at the end.
+int FloodUntilClosed(int control, const std::string& path) {
+    PinToServerCpu();
+    if (geteuid() == 0 && (setgroups(0, nullptr) != 0 || setgid(kFloodUid) != 0 ||
+                           setuid(kFloodUid) != 0)) {
+        return 1;
+    }
+    char command;
+    while (read(control, &command, 1) == 1) {
+        std::atomic<bool> flooding{command == '1'};
+        std::atomic<int> started{0};
+        std::vector<std::thread> flood;
+        for (int i = 0; i < kFloodConnections && flooding; ++i) {
+            flood.emplace_back(FloodOne, path, std::cref(flooding), &started);
+        }
+        while (flooding && started < kFloodConnections) {
+            std::this_thread::yield();
+        }
+        // Flooding: answered once every connection has sent.
+        if (write(control, &command, 1) != 1 || read(control, &command, 1) != 1) {
+            return 1;
+        }
+        flooding = false;
+        for (std::thread& thread : flood) {
+            thread.join();
+        }
+        if (write(control, &command, 1) != 1) {
+            return 1;
+        }
+    }
+    return 0;
+}
+
 // Waits for child to end, killing it after a while.
 void Reap(pid_t child) {
     const Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
@@ -255,6 +340,7 @@ sp<IBinder> gBinder;
 sp<IVyMediaMonitorService> gService;
 std::vector<int> gEchoSockets;  // one per client thread
 int gSinkSocket = -1;
+int gFloodControl = -1;
 
 // Runs body(i) on threads threads at once: the time from their common start
 // to the end of the last.
@@ -559,6 +645,42 @@ void BM_OneWayDuringUpload(benchmark::State& state) {
 }
 BENCHMARK(BM_OneWayDuringUpload)->UseManualTime()->Unit(benchmark::kMillisecond);
 
+// Two-way calls from one thread, timed without and then with a flood of
+// another uid on 40 connections: each round's calls at once, mean per call.
+void BM_TwoWayCallUnderFlood(benchmark::State& state) {
+    if (!Usable(state)) {
+        return;
+    }
+    Clock::duration idleTime{};
+    Clock::duration floodedTime{};
+    for (auto _ : state) {
+        const Clock::duration idle = RunOnThreads(1, [](int) { TwoWayCalls(kCallsPerThread); });
+        char command = '1';
+        if (write(gFloodControl, &command, 1) != 1 || read(gFloodControl, &command, 1) != 1) {
+            state.SkipWithError("the flooder went away");
+            return;
+        }
+        const Clock::duration flooded =
+                RunOnThreads(1, [](int) { TwoWayCalls(kCallsPerThread); });
+        command = '0';
+        if (write(gFloodControl, &command, 1) != 1 || read(gFloodControl, &command, 1) != 1) {
+            state.SkipWithError("the flooder went away");
+            return;
+        }
+        state.SetIterationTime(Seconds(flooded));
+        idleTime += idle;
+        floodedTime += flooded;
+    }
+    if (!StillAlive(state)) {
+        return;
+    }
+    const double calls = static_cast<double>(state.iterations()) * kCallsPerThread;
+    state.counters["idle_us"] = Seconds(idleTime) * 1e6 / calls;
+    state.counters["flooded_us"] = Seconds(floodedTime) * 1e6 / calls;
+    state.counters["x_idle"] = Seconds(floodedTime) / Seconds(idleTime);
+}
+BENCHMARK(BM_TwoWayCallUnderFlood)->UseManualTime()->Unit(benchmark::kMillisecond);
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -604,6 +726,23 @@ int main(int argc, char** argv) {
     }
     close(sink[1]);
 
+    int flood[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, flood) != 0) {
+        return 1;
+    }
+    gFloodControl = flood[0];
+    const pid_t flooder = fork();
+    if (flooder == 0) {
+        close(stop[1]);
+        close(gFloodControl);
+        for (const int fd : gEchoSockets) {
+            close(fd);
+        }
+        close(gSinkSocket);
+        _exit(FloodUntilClosed(flood[1], binderDir.path() + "/" + kServiceName));
+    }
+    close(flood[1]);
+
     gBinder = android::defaultServiceManager()->getService(String16(kServiceName));
     gService = android::interface_cast<IVyMediaMonitorService>(gBinder);
     const int status = vymm_bench::RunBenchmarks(argc, argv);
@@ -615,7 +754,9 @@ int main(int argc, char** argv) {
         close(fd);
     }
     close(gSinkSocket);
+    close(gFloodControl);
     Reap(server);
     Reap(echo);
+    Reap(flooder);
     return status;
 }

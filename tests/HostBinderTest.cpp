@@ -185,4 +185,52 @@ TEST(BinderLifecycleTest, EveryStopReturnsOnlyOnceThePoolsThreadsAreGone) {
     EXPECT_EQ(second.get(), 1);
 }
 
+// One read brings many frames; a frame cut between two reads waits for its
+// rest, and descriptors stay with the frame they were sent with.
+TEST(FrameReaderTest, ReadsManyFramesAtOnceKeepingCutFramesAndDescriptorsWhole) {
+    int pair[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, pair), 0);
+    const base::unique_fd client(pair[0]);
+    const base::unique_fd server(pair[1]);
+    ASSERT_TRUE(HostWire::PassCredentials(server.get()));
+    const auto frame = [](uint32_t code) {
+        Parcel data;
+        data.writeInt32(static_cast<int32_t>(code) * 10);
+        return HostWire::EncodeFrame(code, 0, data);
+    };
+    std::vector<uint8_t> bytes;
+    for (uint32_t code = 1; code <= 3; ++code) {
+        const std::vector<uint8_t> each = frame(code);
+        bytes.insert(bytes.end(), each.begin(), each.end());
+    }
+    const std::vector<uint8_t> last = frame(4);
+    // Frame 3 is cut within its data.
+    const size_t cut = bytes.size() - 2;
+    ASSERT_EQ(send(client.get(), bytes.data(), cut, 0), static_cast<ssize_t>(cut));
+    FrameReader reader(MAX_FRAME_FDS, BinderPool::READ_AHEAD_BYTES);
+    const auto next = [&](uint32_t code, int fds) {
+        ASSERT_EQ(reader.Read(server.get()), FrameReader::COMPLETE) << code << reader.Error();
+        EXPECT_EQ(reader.Sender().pid, getpid());
+        FrameHeader header;
+        Parcel data;
+        reader.Take(&header, &data);
+        EXPECT_EQ(header.code, code);
+        EXPECT_EQ(data.readInt32(), static_cast<int32_t>(code) * 10);
+        EXPECT_EQ(data.readFileDescriptor() >= 0, fds > 0) << code;
+    };
+    next(1, 0);
+    next(2, 0);
+    EXPECT_EQ(reader.Read(server.get()), FrameReader::NEED_MORE);
+    ASSERT_EQ(send(client.get(), bytes.data() + cut, 2, 0), 2);
+    ASSERT_EQ(send(client.get(), last.data(), last.size(), 0), static_cast<ssize_t>(last.size()));
+    Parcel withFd;
+    withFd.writeInt32(50);
+    withFd.writeDupFileDescriptor(STDERR_FILENO);
+    ASSERT_EQ(HostWire::SendFrame(client.get(), 5, 0, withFd), NO_ERROR);
+    next(3, 0);
+    next(4, 0);
+    next(5, 1);
+    EXPECT_EQ(reader.Read(server.get()), FrameReader::NEED_MORE);
+}
+
 }  // namespace

@@ -70,10 +70,11 @@ TEST(MonitorInterfaceTest, ClientCallsArriveInOrderWithTheCallersIdentity) {
 // with none after it.
 TEST(MonitorInterfaceTest, ArgumentsThatDoNotUnmarshalMakeNoCall) {
     const sp<RecordingMonitorService> service = new RecordingMonitorService;
-    const auto transact = [&service](uint32_t code, std::initializer_list<int32_t> words) {
+    const auto transact = [&service](uint32_t code, std::initializer_list<int32_t> words,
+                                     const String16& token = I::descriptor) {
         Parcel data;
         Parcel reply;
-        data.writeInterfaceToken(service->getInterfaceDescriptor());
+        data.writeInterfaceToken(token);
         for (const int32_t word : words) {
             data.writeInt32(word);
         }
@@ -83,6 +84,9 @@ TEST(MonitorInterfaceTest, ArgumentsThatDoNotUnmarshalMakeNoCall) {
     EXPECT_EQ(transact(I::WRITE_KPIS, {1000}), BAD_VALUE);
     EXPECT_EQ(transact(I::WRITE_KPIS, {3, 0x64636261 /* "abcd" */}), BAD_VALUE);
     EXPECT_EQ(transact(I::MONITOR_PLAYING_APP, {1}), BAD_VALUE);
+    // Nor does a well-formed call addressed to another interface.
+    EXPECT_EQ(transact(I::MONITOR_VOLUME_INDEX, {1, 2, 3}, String16("other.interface")),
+              PERMISSION_DENIED);
     EXPECT_TRUE(service->Calls().empty());
 }
 

@@ -8,6 +8,7 @@
 //                 identity the service saw in the last answered call
 //   oneway N      N one-way calls to it until one fails: "<sent> <failure> -1 -1"
 //   publish NAME  publishes an echo service as NAME and serves it: "<status>"
+//   as USER       drops to uid and gid USER (root only): "ok" or "failed"
 //   await FD      answers "ready", then reads a byte from its descriptor FD
 //                 before it reads the next command
 // It ends at the end of its input.

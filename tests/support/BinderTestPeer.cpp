@@ -273,6 +273,8 @@ int main(int argc, char** argv) {
                                                                    new EchoBinder)));
             ProcessState::self()->startThreadPool();
             serving = true;
+        } else if (command == "as") {
+            Say(BecomeUser(arg.c_str()) ? "ok" : "failed");
         } else if (command == "await") {
             Say("ready");
             char byte;

@@ -270,7 +270,7 @@ void BinderPool::Loop() {
         // but for a turn only while other connections may be waiting.
         Connection* conn = request.conn;
         for (size_t served = 1; Serve(&request); ++served) {
-            if (served % TURN_REQUESTS == 0 && OthersMayWait()) {
+            if (served % TURN_REQUESTS == 0 && OthersMayWait(*conn)) {
                 Yield(conn);
                 break;
             }
@@ -318,7 +318,15 @@ bool BinderPool::Next(Request* request) {
                 continue;
             }
             const auto found = mConnections.find(event.data.u64);
-            if (found != mConnections.end() && mTable.Hold(found->first)) {
+            const ConnectionTable::HoldResult hold =
+                    found != mConnections.end() ? mTable.Hold(found->first, UidShare())
+                                                : ConnectionTable::TAKEN;
+            if (hold == ConnectionTable::PARKED) {
+                // Armed again when a thread of its uid lets go.
+                paused = mAcceptPaused;
+                continue;
+            }
+            if (hold == ConnectionTable::HELD) {
                 conn = found->second.get();
             } else if (const auto it = mListeners.find(event.data.u64); it != mListeners.end()) {
                 listener = it->second;
@@ -334,9 +342,14 @@ bool BinderPool::Next(Request* request) {
     }
 }
 
-bool BinderPool::OthersMayWait() {
+bool BinderPool::OthersMayWait(const Connection& conn) {
     Mutex::Autolock lock(mLock);
-    return mWatching == 0 || !mQueue.empty();
+    return mWatching == 0 || !mQueue.empty() || mTable.HasParked(conn.uid);
+}
+
+size_t BinderPool::UidShare() {
+    const size_t threads = std::max<size_t>(mMaxThreads, 1) + mJoined;
+    return std::max<size_t>(1, threads * UID_THREAD_PERCENT / 100);
 }
 
 void BinderPool::Yield(Connection* conn) {
@@ -366,8 +379,10 @@ bool BinderPool::ReadFrom(Connection* conn, Request* request) {
         }
         // A client sends its next two-way call once it has the reply: the
         // set reports it rather than a read that finds nothing now.
-        Release(conn);
-        return false;
+        if (!conn->reader.HoldsFrame()) {
+            Release(conn);
+            return false;
+        }
     }
     switch (conn->reader.Read(conn->fd.get())) {
         case FrameReader::NEED_MORE:
@@ -582,8 +597,7 @@ std::unique_ptr<BinderPool::Connection> BinderPool::Retire(Connection* conn) {
         mTable.Retire(conn->id);
         return nullptr;
     }
-    int unread = 0;
-    if (!conn->out.empty() || ioctl(conn->fd.get(), FIONREAD, &unread) != 0 || unread == 0) {
+    if (!conn->out.empty() || !HasUnread(*conn)) {
         return Detach(conn);
     }
     mTable.Retire(conn->id);
@@ -595,6 +609,8 @@ void BinderPool::Release(Connection* conn) {
     std::unique_ptr<Connection> closed;
     Mutex::Autolock lock(mLock);
     mTable.Release(conn->id);
+    // A connection that waited for this thread goes first.
+    WakeParked(conn->uid);
     const bool retired = mTable.Retired(conn->id);
     if (retired && !conn->out.empty()) {
         // The client runs what it sent but does not take the replies.
@@ -605,12 +621,17 @@ void BinderPool::Release(Connection* conn) {
                })) {
         closed = Retire(conn);
     } else {
-        Arm(conn->fd.get(), conn->id, conn->out.empty() ? EPOLLIN : EPOLLOUT);
+        Watch(conn);
     }
     // It may make room now.
     if (mFull && mRunning) {
         ArmListeners();
     }
+}
+
+bool BinderPool::HasUnread(const Connection& conn) {
+    int unread = 0;
+    return !conn.reader.Empty() || (ioctl(conn.fd.get(), FIONREAD, &unread) == 0 && unread > 0);
 }
 
 size_t BinderPool::DiscardUnread(Connection* conn) {
@@ -656,6 +677,7 @@ std::unique_ptr<BinderPool::Connection> BinderPool::Detach(Connection* conn) {
     std::unique_ptr<Connection> detached = std::move(it->second);
     mConnections.erase(it);
     mTable.Remove(detached->id);
+    WakeParked(detached->uid);
     // Removed before the descriptor closes: a number reused at once must
     // not inherit its registration.
     epoll_ctl(mEpollFd.get(), EPOLL_CTL_DEL, detached->fd.get(), nullptr);
@@ -672,6 +694,22 @@ void BinderPool::Arm(int fd, uint64_t id, uint32_t events) {
     event.data.u64 = id;
     if (epoll_ctl(mEpollFd.get(), EPOLL_CTL_MOD, fd, &event) != 0) {
         ALOGE("cannot watch a descriptor: %s", strerror(errno));
+    }
+}
+
+bool BinderPool::Watch(Connection* conn) {
+    // Requests read but not run have no event of their own.
+    const bool waitForRoom = !conn->out.empty() || conn->reader.HoldsFrame();
+    Arm(conn->fd.get(), conn->id, waitForRoom ? EPOLLOUT : EPOLLIN);
+    return waitForRoom;
+}
+
+void BinderPool::WakeParked(uid_t uid) {
+    // A client that never reads its replies would keep the wake-up.
+    while (Connection* parked = Find(mTable.TakeParked(uid))) {
+        if (!Watch(parked)) {
+            return;
+        }
     }
 }
 

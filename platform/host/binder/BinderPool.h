@@ -6,25 +6,32 @@
 // reads the connection's next request itself, for a turn of TURN_REQUESTS
 // when other connections may be waiting (it then goes to the back of the
 // ready ones, so that a flood takes turns with everyone else); the others
-// go on watching,
-// and a thread is spawned when none is left to watch, up to the maximum but
-// at least one; threads that join the pool serve as extra ones. Only when
+// go on watching, and a thread is spawned when none is left to watch, up to
+// the maximum but at least one; threads that join the pool serve as extra ones. Only when
 // no thread can take over watching does a request wait in a queue for the
 // next thread that ends a call. A connection is read again only once its
 // request ran, so the calls of one connection run one after the other, in
-// order, one-way ones included. A reply that the peer does not take at once
-// waits for the connection to become writable. Nothing waits on a peer.
+// order, one-way ones included. A reply that the peer does not take at once,
+// and a turn's end with requests read but not run, wait for the connection
+// to become writable. Nothing waits on a peer.
 // Each call runs as the process that sent its request, which need not be the
 // one that opened the connection.
 //
+// The connections of one uid hold at most UID_THREAD_PERCENT of the
+// threads; another of its connections that becomes ready waits, parked,
+// until one of them is let go. Then the one parked longest is armed again,
+// and before it any that wait only for room to write: their client may
+// never make it, and must not keep the wake-up from the others.
+//
 // Connections are bounded. At the bound, a new connection makes room by
-// retiring the least recently used connection that holds no call, of the
-// uid that holds the most connections; only while every connection holds a
-// call do new ones wait, unaccepted, in the listening socket's backlog. A
-// retired connection is shut for reading and closed once it has run the
-// requests already written to it; clients send again on a new connection
-// when an idle one was closed, so excess load waits instead of failing, no
-// uid crowds out the others, and no request written whole is lost.
+// retiring the least recently used connection that holds no call and is
+// not parked, of the uid that holds the most connections; only while every
+// connection holds a call do new ones wait, unaccepted, in the listening
+// socket's backlog. A retired connection is shut for reading and closed
+// once it has run the requests already written to it; clients send again
+// on a new connection when an idle one was closed, so excess load waits
+// instead of failing, no uid crowds out the others, and no request written
+// whole is lost.
 //
 // Threads: pool threads run Loop(). The public methods may be called from
 // any thread; Stop() not from a pool thread. mLock is the only lock, never
@@ -68,20 +75,18 @@ public:
     // Requests a thread runs from one connection in a row while others may
     // be waiting: then the connection goes to the back of the ready ones.
     static constexpr size_t TURN_REQUESTS = 8;
+    // Of the pool's threads, the share that the connections of one uid may
+    // hold at once, so that a flood from one client leaves threads to the
+    // others; the rest of its connections wait their turn, oldest first.
+    static constexpr size_t UID_THREAD_PERCENT = 50;
+    // Bytes one read of a connection may take, so that one system call
+    // brings many requests: at most MAX_CONNECTIONS times this (1 MiB) is
+    // held beyond the requests being read.
+    static constexpr size_t READ_AHEAD_BYTES = 16 * 1024;
 
     BinderPool();
     ~BinderPool();
 
-    // Serves binder on listener, a listening socket, from now on.
-    void AddListener(base::unique_fd listener, const sp<IBinder>& binder);
-    // Stops serving binder: shuts its listener, takes the connections still
-    // in its backlog, also those another thread is accepting, and closes
-    // the listener; each connection of binder, busy or not, is shut for
-    // reading and closed once it ran what it was sent.
-    void RemoveListener(const sp<IBinder>& binder);
-    // Returns once binder has no connection left, or at once on a pool
-    // thread or while the pool does not run.
-    void AwaitClosed(const sp<IBinder>& binder);
     void SetMaxThreads(size_t maxThreads);
     // Starts the first pool thread, unless the pool runs or is stopping.
     void Start();
@@ -97,6 +102,20 @@ public:
     static void (*sAcceptHook)();
 
 private:
+    // A service is served and withdrawn through its publication only.
+    friend class Publication;
+
+    // Serves binder on listener, a listening socket, from now on.
+    void AddListener(base::unique_fd listener, const sp<IBinder>& binder);
+    // Stops serving binder: shuts its listener, takes the connections still
+    // in its backlog, also those another thread is accepting, and closes
+    // the listener; each connection of binder, busy or not, is shut for
+    // reading and closed once it ran what it was sent.
+    void RemoveListener(const sp<IBinder>& binder);
+    // Returns once binder has no connection left, or at once on a pool
+    // thread or while the pool does not run.
+    void AwaitClosed(const sp<IBinder>& binder);
+
     struct Listener {
         base::unique_fd fd;
         sp<IBinder> binder;
@@ -114,7 +133,7 @@ private:
         // logs; a call runs as the sender of its request.
         pid_t pid;
         uid_t uid;
-        FrameReader reader{MAX_FRAME_FDS};
+        FrameReader reader{MAX_FRAME_FDS, READ_AHEAD_BYTES};
         std::vector<uint8_t> out;  // reply bytes not yet sent
         size_t outSent = 0;
     };
@@ -136,9 +155,14 @@ private:
     bool ReadFrom(Connection* conn, Request* request);
     // Reads and drops the complete requests left on conn: how many.
     static size_t DiscardUnread(Connection* conn);
-    // True when a ready connection may find no thread watching, or a
-    // request waits in the queue.
-    bool OthersMayWait() EXCLUDES(mLock);
+    // Whether conn holds bytes nobody ran yet, read or still in the socket.
+    static bool HasUnread(const Connection& conn);
+    // True when a ready connection may find no thread watching, a request
+    // waits in the queue, or a connection of conn's uid waits for its share.
+    bool OthersMayWait(const Connection& conn) EXCLUDES(mLock);
+    // Connections one uid may hold at once, each with a thread or a queued
+    // request.
+    size_t UidShare() REQUIRES(mLock);
     // Lets go of conn, which this thread holds, after its reply is sent.
     void Yield(Connection* conn) EXCLUDES(mLock);
     // Sends what the connection's reply has left; false when it failed.
@@ -164,6 +188,12 @@ private:
     void Close(Connection* conn) EXCLUDES(mLock);
     std::unique_ptr<Connection> Detach(Connection* conn) REQUIRES(mLock);
     void Arm(int fd, uint64_t id, uint32_t events) REQUIRES(mLock);
+    // Arms conn, which no thread holds, for its next event; true when that
+    // is room to write rather than a request.
+    bool Watch(Connection* conn) REQUIRES(mLock);
+    // Arms the connection of uid that waited longest for its share, and
+    // before it those that wait for room, which may never come.
+    void WakeParked(uid_t uid) REQUIRES(mLock);
     void ArmListeners() REQUIRES(mLock);
     bool Full() REQUIRES(mLock);
     void Spawn() REQUIRES(mLock);

@@ -8,15 +8,11 @@
 #include <poll.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/file.h>
 #include <sys/inotify.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -28,8 +24,7 @@
 #include <utils/String8.h>
 #include <utils/Timers.h>
 
-#include "BinderPool.h"
-#include "ProcessFd.h"
+#include "Publication.h"
 #include "RuntimeFolder.h"
 #include "Wire.h"
 
@@ -40,8 +35,6 @@ namespace {
 constexpr int GET_SERVICE_TIMEOUT_MS = 5000;
 // How often getService looks again when it cannot watch the folder.
 constexpr int GET_SERVICE_POLL_MS = 50;
-// Tries to lock a name whose lock file its holder keeps removing.
-constexpr int CLAIM_ATTEMPTS = 8;
 
 // The name as a file name; empty, and logged, for a name that is no plain
 // file name.
@@ -53,65 +46,6 @@ std::string FileName(const String16& name) {
         return {};
     }
     return name8.c_str();
-}
-
-std::string LockName(const std::string& name) { return "." + name + ".lock"; }
-
-// Takes name for this process: an exclusive lock on its lock file beside
-// the socket, which the kernel releases if the process dies. Invalid, with
-// errno EWOULDBLOCK, when a live process holds it.
-ProcessFd ClaimName(const RuntimeFolder& folder, const std::string& name) {
-    const std::string lockName = LockName(name);
-    for (int attempt = 0; attempt < CLAIM_ATTEMPTS; ++attempt) {
-        ProcessFd lock(openat(folder.fd(), lockName.c_str(),
-                              O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
-        if (lock.get() < 0) {
-            return lock;
-        }
-        if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
-            const int err = errno;
-            lock.reset();
-            errno = err;
-            return lock;
-        }
-        // The holder may have removed the file between our open and lock.
-        struct stat locked;
-        struct stat named;
-        if (fstat(lock.get(), &locked) == 0 &&
-            fstatat(folder.fd(), lockName.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
-            locked.st_dev == named.st_dev && locked.st_ino == named.st_ino) {
-            return lock;
-        }
-    }
-    errno = EWOULDBLOCK;
-    return ProcessFd();
-}
-
-// A socket listening as name in folder: bound under a temporary name and
-// renamed, so that a client never finds it before it listens. The caller
-// holds the name, so whatever socket the rename replaces is a dead one.
-base::unique_fd Listen(const RuntimeFolder& folder, const std::string& name) {
-    static std::atomic<unsigned> counter{0};
-    const std::string temp = ".new-" + std::to_string(getpid()) + "-" + std::to_string(counter++);
-    const std::string tempPath = folder.Entry(temp);
-    sockaddr_un addr = {};
-    if (tempPath.size() >= sizeof(addr.sun_path)) {
-        ALOGE("service name too long: %s", name.c_str());
-        return {};
-    }
-    addr.sun_family = AF_UNIX;
-    memcpy(addr.sun_path, tempPath.c_str(), tempPath.size() + 1);
-    base::unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    unlinkat(folder.fd(), temp.c_str(), 0);
-    if (fd.get() < 0 || !HostWire::PassCredentials(fd.get()) ||
-        bind(fd.get(), reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) != 0 ||
-        fchmodat(folder.fd(), temp.c_str(), 0666, 0) != 0 || listen(fd.get(), SOMAXCONN) != 0 ||
-        renameat(folder.fd(), temp.c_str(), folder.fd(), name.c_str()) != 0) {
-        ALOGE("cannot listen at %s/%s: %s", folder.path().c_str(), name.c_str(), strerror(errno));
-        unlinkat(folder.fd(), temp.c_str(), 0);
-        return {};
-    }
-    return fd;
 }
 
 }  // namespace
@@ -133,18 +67,6 @@ protected:
     IBinder* onAsBinder() override { return nullptr; }
 
 private:
-    // A name this process publishes: its socket and the lock that holds the
-    // name, in the folder it was published in. Withdrawn when destroyed.
-    struct Publication {
-        Publication(RuntimeFolder&& publishedIn, const std::string& fileName, ProcessFd&& held)
-            : folder(std::move(publishedIn)), name(fileName), lock(std::move(held)) {}
-        ~Publication();
-
-        RuntimeFolder folder;
-        std::string name;
-        ProcessFd lock;
-    };
-
     struct Entry {
         sp<IBinder> binder;
         int dumpsysFlags = 0;
@@ -161,13 +83,6 @@ private:
     mutable Mutex mLock;
     KeyedVector<String16, Entry> mServices GUARDED_BY(mLock);
 };
-
-HostServiceManager::Publication::~Publication() {
-    // The socket first: a client then finds nothing rather than a socket
-    // nobody answers on.
-    unlinkat(folder.fd(), name.c_str(), 0);
-    unlinkat(folder.fd(), LockName(name).c_str(), 0);
-}
 
 sp<IBinder> HostServiceManager::find(const String16& name, const std::string& fileName,
                                      RuntimeFolder&& folder) const {
@@ -257,45 +172,33 @@ status_t HostServiceManager::addService(const String16& name, const sp<IBinder>&
     if (folder.state() != RuntimeFolder::OPEN) {
         return PERMISSION_DENIED;
     }
-    ProcessFd held = ClaimName(folder, fileName);
-    if (held.get() < 0) {
-        if (errno == EWOULDBLOCK) {
-            ALOGE("service %s is published by another process", fileName.c_str());
-            return ALREADY_EXISTS;
-        }
-        ALOGE("cannot lock service name %s: %s", fileName.c_str(), strerror(errno));
-        return UNKNOWN_ERROR;
-    }
-    base::unique_fd listener = Listen(folder, fileName);
-    if (listener.get() < 0) {
-        unlinkat(folder.fd(), LockName(fileName).c_str(), 0);
-        return UNKNOWN_ERROR;
-    }
+    status_t status;
     Entry entry;
     entry.binder = service;
     entry.dumpsysFlags = dumpsysFlags;
-    entry.publication = std::make_shared<Publication>(std::move(folder), fileName, std::move(held));
+    entry.publication = Publication::Publish(ProcessState::self()->mPool, std::move(folder),
+                                             fileName, service, &status);
+    if (entry.publication == nullptr) {
+        return status;
+    }
     mServices.add(name, entry);
-    ProcessState::self()->mPool->AddListener(std::move(listener), service);
     return NO_ERROR;
 }
 
 status_t HostServiceManager::removeService(const String16& name) {
-    Entry entry;
+    std::shared_ptr<Publication> publication;
     {
         Mutex::Autolock lock(mLock);
         const ssize_t index = mServices.indexOfKey(name);
         if (index < 0) {
             return NAME_NOT_FOUND;
         }
-        entry = mServices.valueAt(index);
+        publication = mServices.valueAt(index).publication;
         mServices.removeItemsAt(index);
-        // Withdrawn under the lock, so that publishing the name again waits.
-        entry.publication.reset();
-        ProcessState::self()->mPool->RemoveListener(entry.binder);
+        publication->Withdraw();
     }
-    // Without the lock: the calls still to run may use the manager.
-    ProcessState::self()->mPool->AwaitClosed(entry.binder);
+    // The last reference: it waits for the calls still to run.
+    publication.reset();
     return NO_ERROR;
 }
 

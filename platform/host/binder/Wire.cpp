@@ -5,6 +5,8 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <algorithm>
+
 namespace android {
 
 int HostWire::Connect(const std::string& path, int type) {
@@ -149,21 +151,97 @@ FrameReader::Result FrameReader::Fail(Fault why) {
     return BAD;
 }
 
+FrameHeader FrameReader::HeaderAt(size_t at) const {
+    FrameHeader header;
+    memcpy(&header, mBuffer.data() + at, sizeof(header));
+    return header;
+}
+
+bool FrameReader::HoldsFrame() const {
+    return mEnd - mBegin >= sizeof(FrameHeader) &&
+           mEnd - mBegin >= sizeof(FrameHeader) + HeaderAt(mBegin).dataSize;
+}
+
+FrameReader::Result FrameReader::CheckFirst(bool* whole) {
+    *whole = false;
+    if (mEnd - mBegin < sizeof(FrameHeader)) {
+        return COMPLETE;
+    }
+    const FrameHeader header = HeaderAt(mBegin);
+    if (header.magic != FRAME_MAGIC) {
+        return Fail(NOT_A_FRAME);
+    }
+    if (header.dataSize > MAX_FRAME_DATA) {
+        return Fail(TOO_LARGE);
+    }
+    if (header.fdCount > mMaxFds) {
+        return Fail(TOO_MANY_FDS);
+    }
+    if (mEnd - mBegin < sizeof(header) + header.dataSize) {
+        return COMPLETE;
+    }
+    const bool hasFds = !mFds.empty() && mFds.front().frameStart == mBase + mBegin;
+    if ((hasFds ? mFds.front().fds.size() : 0) != header.fdCount) {
+        return Fail(FDS_MISSING);
+    }
+    *whole = true;
+    return COMPLETE;
+}
+
+size_t FrameReader::MakeRoom() {
+    size_t frameSize = sizeof(FrameHeader);
+    if (mEnd - mBegin >= sizeof(FrameHeader)) {
+        frameSize += HeaderAt(mBegin).dataSize;
+    }
+    // The first frame, never whole here, moves to the front.
+    if (mBegin > 0) {
+        memmove(mBuffer.data(), mBuffer.data() + mBegin, mEnd - mBegin);
+        mBase += mBegin;
+        mEnd -= mBegin;
+        mBegin = 0;
+    }
+    const size_t capacity = std::max(frameSize, mReadAhead);
+    if (mBuffer.size() < capacity) {
+        mBuffer.resize(capacity);
+    } else if (mEnd == 0 && mBuffer.size() > capacity) {
+        // A large frame's room is not kept.
+        mBuffer.resize(capacity);
+        mBuffer.shrink_to_fit();
+    }
+    return mReadAhead > 0 ? mBuffer.size() - mEnd : frameSize - mEnd;
+}
+
+FrameReader::Result FrameReader::AttachFds(std::vector<base::unique_fd>&& fds) {
+    size_t start = mBegin;
+    while (mEnd - start >= sizeof(FrameHeader)) {
+        const FrameHeader header = HeaderAt(start);
+        const size_t next = start + sizeof(header) + header.dataSize;
+        if (header.magic != FRAME_MAGIC || header.dataSize > MAX_FRAME_DATA || next >= mEnd) {
+            break;
+        }
+        start = next;
+    }
+    const uint64_t frameStart = mBase + start;
+    if (!mFds.empty() && mFds.back().frameStart >= frameStart) {
+        return Fail(TOO_MANY_FDS);
+    }
+    mFds.push_back({frameStart, std::move(fds)});
+    return COMPLETE;
+}
+
 FrameReader::Result FrameReader::Read(int fd) {
     for (;;) {
-        uint8_t* dst;
-        size_t want;
-        if (mHeaderGot < sizeof(mHeader)) {
-            dst = reinterpret_cast<uint8_t*>(&mHeader) + mHeaderGot;
-            want = sizeof(mHeader) - mHeaderGot;
-        } else {
-            dst = mData.data() + mDataGot;
-            want = mData.size() - mDataGot;
+        bool whole;
+        if (CheckFirst(&whole) == BAD) {
+            return BAD;
         }
-
+        if (whole) {
+            return COMPLETE;
+        }
+        const size_t want = MakeRoom();
         alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred)) +
                                       CMSG_SPACE(sizeof(int) * MAX_FRAME_FDS)];
-        iovec iov = {dst, want};
+        iovec iov = {mBuffer.data() + mEnd, want};
         msghdr msg = {};
         msg.msg_iov = &iov;
         msg.msg_iovlen = 1;
@@ -181,49 +259,30 @@ FrameReader::Result FrameReader::Read(int fd) {
         }
         // Own the descriptors first, so that none leaks whatever follows.
         ucred sender = UNKNOWN_SENDER;
-        TakeControl(&msg, &sender);
-        if ((msg.msg_flags & MSG_CTRUNC) != 0 || mFds.size() > mMaxFds) {
+        std::vector<base::unique_fd> fds;
+        TakeControl(&msg, &sender, &fds);
+        if ((msg.msg_flags & MSG_CTRUNC) != 0 || fds.size() > mMaxFds) {
             return Fail(TOO_MANY_FDS);
         }
         if (n == 0) {
             mFds.clear();
             return CLOSED;
         }
-        // The kernel never mixes the bytes of two senders in one read, but
-        // a frame takes several reads when it comes in pieces.
+        // A frame takes several reads when it comes in pieces.
         if (Empty()) {
             mSender = sender;
         } else if (sender.pid != mSender.pid || sender.uid != mSender.uid ||
                    sender.gid != mSender.gid) {
             return Fail(CREDENTIALS_CHANGED);
         }
-
-        if (mHeaderGot < sizeof(mHeader)) {
-            mHeaderGot += static_cast<size_t>(n);
-            if (mHeaderGot < sizeof(mHeader)) {
-                continue;
-            }
-            if (mHeader.magic != FRAME_MAGIC) {
-                return Fail(NOT_A_FRAME);
-            }
-            if (mHeader.dataSize > MAX_FRAME_DATA) {
-                return Fail(TOO_LARGE);
-            }
-            if (mHeader.fdCount > mMaxFds) {
-                return Fail(TOO_MANY_FDS);
-            }
-            mData.resize(mHeader.dataSize);
-            mDataGot = 0;
-        } else {
-            mDataGot += static_cast<size_t>(n);
-        }
-        if (mDataGot == mData.size()) {
-            return mFds.size() == mHeader.fdCount ? COMPLETE : Fail(FDS_MISSING);
+        mEnd += static_cast<size_t>(n);
+        if (!fds.empty() && AttachFds(std::move(fds)) == BAD) {
+            return BAD;
         }
     }
 }
 
-void FrameReader::TakeControl(msghdr* msg, ucred* sender) {
+void FrameReader::TakeControl(msghdr* msg, ucred* sender, std::vector<base::unique_fd>* fds) {
     for (cmsghdr* cmsg = CMSG_FIRSTHDR(msg); cmsg != nullptr; cmsg = CMSG_NXTHDR(msg, cmsg)) {
         if (cmsg->cmsg_level != SOL_SOCKET) {
             continue;
@@ -235,20 +294,28 @@ void FrameReader::TakeControl(msghdr* msg, ucred* sender) {
             for (size_t i = 0; i < count; ++i) {
                 int received;
                 memcpy(&received, CMSG_DATA(cmsg) + i * sizeof(int), sizeof(int));
-                mFds.emplace_back(received);
+                fds->emplace_back(received);
             }
         }
     }
 }
 
 void FrameReader::Take(FrameHeader* header, Parcel* parcel) {
-    *header = mHeader;
-    HostWire::Adopt(parcel, std::move(mData), std::move(mFds));
-    mHeader = {};
-    mHeaderGot = 0;
-    mData.clear();
-    mDataGot = 0;
-    mSender = UNKNOWN_SENDER;
+    *header = HeaderAt(mBegin);
+    const uint8_t* data = mBuffer.data() + mBegin + sizeof(FrameHeader);
+    std::vector<base::unique_fd> fds;
+    if (!mFds.empty() && mFds.front().frameStart == mBase + mBegin) {
+        fds = std::move(mFds.front().fds);
+        mFds.pop_front();
+    }
+    HostWire::Adopt(parcel, std::vector<uint8_t>(data, data + header->dataSize), std::move(fds));
+    mBegin += sizeof(FrameHeader) + header->dataSize;
+    if (Empty()) {
+        mBase += mEnd;
+        mBegin = 0;
+        mEnd = 0;
+        mSender = UNKNOWN_SENDER;
+    }
 }
 
 }  // namespace android

@@ -12,6 +12,7 @@
 #include <stdint.h>
 #include <sys/socket.h>
 
+#include <deque>
 #include <string>
 #include <vector>
 
@@ -54,8 +55,14 @@ struct HostWire {
                       std::vector<base::unique_fd>&& fds);
 };
 
-// Reads one frame at a time from a socket, never past the frame's end, so it
-// serves blocking and non-blocking sockets alike.
+// Reads frames from a socket. With no read-ahead it never reads past the
+// end of the frame it needs, so it serves blocking and non-blocking sockets
+// alike; with read-ahead it takes up to that many bytes a read, so that one
+// read brings many frames. It reads only when no complete frame is held, so
+// every byte held comes from one sender: the kernel never joins two
+// senders' bytes in one read. Descriptors go with a frame's first bytes and
+// end the kernel's read, so those of a read belong to the last frame that
+// starts in it.
 class FrameReader {
 public:
     enum Result {
@@ -67,33 +74,60 @@ public:
     enum Fault { READ_FAILED, TOO_MANY_FDS, CREDENTIALS_CHANGED, NOT_A_FRAME, TOO_LARGE,
                  FDS_MISSING, FAULTS };
 
-    explicit FrameReader(size_t maxFds) : mMaxFds(maxFds) {}
+    // readAhead: bytes a read may take beyond the frame being read; held
+    // besides that frame, so a reader holds at most the larger of the two.
+    explicit FrameReader(size_t maxFds, size_t readAhead = 0)
+        : mMaxFds(maxFds), mReadAhead(readAhead) {}
 
+    // COMPLETE at once, without a read, while a complete frame is held.
     Result Read(int fd);
-    // True when no byte of a frame has been read.
-    bool Empty() const { return mHeaderGot == 0; }
+    // True when no byte of a frame is held.
+    bool Empty() const { return mBegin == mEnd; }
+    // True when a complete frame is held: Read() returns without reading.
+    bool HoldsFrame() const;
     Fault GetFault() const { return mFault; }
     const char* Error() const;
-    // Who sent the frame being read, as the kernel reported it for its
-    // bytes: every read of a frame must report the same sender. Pid 0 and
-    // ids -1 when it reported none.
+    // Who sent the frames held, as the kernel reported it for their bytes:
+    // every read of a frame must report the same sender. Pid 0 and ids -1
+    // when it reported none.
     const ucred& Sender() const { return mSender; }
-    // The complete frame; the reader starts on the next.
+    // The first complete frame; the reader starts on the next.
     void Take(FrameHeader* header, Parcel* parcel);
 
 private:
     static constexpr ucred UNKNOWN_SENDER = {0, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
 
+    // The descriptors that came with the frame starting at stream offset
+    // frameStart.
+    struct FdBatch {
+        uint64_t frameStart;
+        std::vector<base::unique_fd> fds;
+    };
+
     Result Fail(Fault why);
+    // The header of the frame at offset at of mBuffer, which holds it whole.
+    FrameHeader HeaderAt(size_t at) const;
+    // Whether the first frame held is whole and valid; reading goes on
+    // while it is not whole.
+    Result CheckFirst(bool* whole);
+    // Room at mEnd for what the next read may take: its size.
+    size_t MakeRoom();
+    // Gives fds to the last frame that starts among the bytes held.
+    Result AttachFds(std::vector<base::unique_fd>&& fds);
     // Owns the descriptors that msg carries, and reads its sender.
-    void TakeControl(msghdr* msg, ucred* sender);
+    static void TakeControl(msghdr* msg, ucred* sender, std::vector<base::unique_fd>* fds);
 
     const size_t mMaxFds;
-    FrameHeader mHeader = {};
-    size_t mHeaderGot = 0;
-    std::vector<uint8_t> mData;
-    size_t mDataGot = 0;
-    std::vector<base::unique_fd> mFds;
+    const size_t mReadAhead;
+    // Bytes [mBegin, mEnd) of mBuffer are held, the first frame at mBegin;
+    // mBuffer[0] is byte mBase of the stream.
+    std::vector<uint8_t> mBuffer;
+    size_t mBegin = 0;
+    size_t mEnd = 0;
+    uint64_t mBase = 0;
+    // Oldest first; at most two, as a read comes only while no frame is
+    // whole: the first frame's and the last frame's of that read.
+    std::deque<FdBatch> mFds;
     ucred mSender = UNKNOWN_SENDER;
     Fault mFault = READ_FAILED;
 };
