@@ -25,6 +25,7 @@
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -207,6 +208,9 @@ void PinToServerCpu() {
 int ServeUntilClosed(int stopFd) {
     PinToServerCpu();
     const TempWorkDir scratch;
+    // Where the service keeps its state, as on the device.
+    mkdir("data", 0755);
+    mkdir("data/log", 0755);
     vymm_bench::SetServiceProperties({"bigdata"});
     setenv("VEXEL_SEND_DELAY_US", kSendDelayUs, 1);
     const sp<RemoteBenchService> service = new RemoteBenchService;
@@ -220,6 +224,8 @@ int ServeUntilClosed(int stopFd) {
     do {
         n = read(stopFd, &byte, 1);
     } while (n > 0 || (n < 0 && errno == EINTR));
+    // The service ends before its folder goes: its shutdown writes there.
+    android::defaultServiceManager()->removeService(String16(kServiceName));
     android::ProcessState::self()->stopThreadPool();
     return 0;
 }
@@ -685,6 +691,10 @@ BENCHMARK(BM_TwoWayCallUnderFlood)->UseManualTime()->Unit(benchmark::kMillisecon
 
 int main(int argc, char** argv) {
     const ScopedBinderDir binderDir;
+    // The probe is a service too, with its state kept here.
+    const TempWorkDir scratch;
+    mkdir("data", 0755);
+    mkdir("data/log", 0755);
     gBytes = MeasureCallBytes();
 
     int stop[2];
