@@ -109,12 +109,14 @@ TEST_F(MediaBigDataWriterTest, ChargeCountersAndTextsThenAtTheCapOnlyVideoAndOut
     writer->WriteBigData(916300001, S("new"), 1, 0);
     EXPECT_EQ(writer->Store().find("new="), std::string::npos) << writer->Store();
     writer->SetStoreBytes(0);
+    writer->WriteBigData(916300001, S("q"), 1, 0);
 
     // A forced upload sends one event a record, of all three tables.
     writer->SendMediaLog();
     const android::WriterStats stats = writer->GetStats();
     EXPECT_EQ(stats.uploads, 1u);
     EXPECT_EQ(stats.eventsSent, 4u);
+    EXPECT_EQ(stats.bytes, 0u) << "the upload empties the byte count with the store";
 }
 
 }  // namespace
