@@ -195,6 +195,7 @@ TEST_F(ServiceTest, CaptureKeepsTwoFilesWithinItsLimitOnlyOnDebuggableBuilds) {
     for (int i = 0; i < 10; ++i) {
         service.WriteKpis(String8((kpi + std::to_string(i)).c_str()));
     }
+    service.WriteKpis(String8("a\0b", 3));  // kept whole, past the zero byte
     service.WriteLogMsg(1, 2, nullptr);  // refused: not an audio or media uid
     service.WriteKpis(String8(std::string(2000, 'x').c_str()));
     Stop();
@@ -212,6 +213,7 @@ TEST_F(ServiceTest, CaptureKeepsTwoFilesWithinItsLimitOnlyOnDebuggableBuilds) {
     const std::string refused = ": WriteLogMsg i32 1 i32 2 null\n";
     const std::string tooLong = "# a call of 2014 bytes not captured: over the size limit\n";
     EXPECT_LT(both.find("WriteKpis s8 " + kpi + "9\n"), both.find(refused)) << both;
+    EXPECT_NE(both.find("WriteKpis s8 \"a\\x00b\"\n"), std::string::npos) << both;
     EXPECT_LT(both.find(refused), both.find(tooLong)) << both;
     EXPECT_NE(both.find(tooLong), std::string::npos) << both;
 }
