@@ -142,7 +142,8 @@ std::string UploadsOfAHostReplaying(const std::string& root, const std::string& 
     ScopedBinderDir binderDir;
     setenv("VEXEL_EVENT_LOG", (root + "/events.jsonl").c_str(), 1);
     WriteFile(root + ".prop", props);
-    const std::unique_ptr<ChildProcess> host = StartHost({"--root", root, "--props", root + ".prop"});
+    const std::unique_ptr<ChildProcess> host =
+            StartHost({"--root", root, "--props", root + ".prop"});
     const std::string replayed = Replay(replay);
     EXPECT_EQ(replayed.rfind("0|", 0), 0u) << replayed;
     StopHost(*host);

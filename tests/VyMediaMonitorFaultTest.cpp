@@ -1,9 +1,13 @@
 // The service when what it stands on fails: the reporting library absent,
 // lacking an entry point or slow; things planted at its record paths; a
-// client killed in the middle of a call.
+// client killed in the middle of a call; dumps into a pipe nobody reads.
+#include <errno.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -15,10 +19,12 @@
 #include <thread>
 #include <vector>
 
+#include <android-base/unique_fd.h>
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <private/android_filesystem_config.h>
 
 #include "support/ChildProcess.h"
 #include "support/MonitorHarness.h"
@@ -182,26 +188,75 @@ private:
     std::atomic<bool> mEntered{false};
 };
 
-using ServedServiceTest = PublishedServiceFixture;
+// The service served to client processes, with the descriptors this process
+// held before the first one.
+class ServedServiceTest : public PublishedServiceFixture {
+protected:
+    template <typename Probe = ServiceProbe>
+    Probe& Serve() {
+        Probe& probe = Publish<Probe>();
+        ProcessState::self()->startThreadPool();
+        mFiles = CountOpenFiles();
+        return probe;
+    }
+
+    // A client of a few calls gets through.
+    void ExpectServed() {
+        ChildProcess client(Peer({"load", kServiceName, "-", "1", "16"}));
+        EXPECT_EQ(client.Finish(), 0) << client.output();
+        EXPECT_TRUE(mService->Drain(mLog));
+    }
+
+    bool FilesBackWhereTheyWere() {
+        return Eventually([this] { return CountOpenFiles() == mFiles; });
+    }
+
+    size_t mFiles = 0;
+};
 
 // Kept for a client dying inside a call, which no single-line fault models.
 TEST_F(ServedServiceTest, AClientKilledInTheMiddleOfACallLeavesTheServiceServing) {
-    StallingService& service = Publish<StallingService>();
-    ProcessState::self()->startThreadPool();
-    const size_t files = CountOpenFiles();
+    StallingService& service = Serve<StallingService>();
     ChildProcess client(Peer({"stall", kServiceName}));
     const pid_t pid = atoi(client.Answer().c_str());
     ASSERT_GT(pid, 0);
     ASSERT_EQ(service.entered.get_future().wait_for(kDeadline), std::future_status::ready);
     ASSERT_EQ(kill(pid, SIGKILL), 0);
     EXPECT_NE(client.Finish(), 0);
-    // The dump goes on writing to the socket of a dead client; then a client
-    // of a few calls gets through.
+    // The dump goes on writing to the socket of a dead client.
     service.release.set_value();
-    EXPECT_TRUE(Eventually([files] { return CountOpenFiles() == files; }));
-    ChildProcess served(Peer({"load", kServiceName, "-", "1", "16"}));
-    EXPECT_EQ(served.Finish(), 0) << served.output();
-    EXPECT_TRUE(mService->Drain(mLog));
+    EXPECT_TRUE(FilesBackWhereTheyWere());
+    ExpectServed();
+}
+
+// Dumps into a pipe that nobody reads, from clients of other uids (root
+// only): the shell's first holds a slot until its deadline and its others are
+// answered at once; meanwhile an application's dump is told busy, root's (a
+// bug report's) goes through, and the worker and other clients carry on. A
+// denied caller's dumps are all answered at once.
+TEST_F(ServedServiceTest, DumpsIntoAPipeNobodyReadsHoldUpNoOneNorABugReportAsRoot) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "clients of other uids need root";
+    }
+    ServiceProbe& probe = Serve();
+    ChildProcess shell(Peer({"dumps", kServiceName, std::to_string(AID_SHELL), "3"}));
+    ASSERT_EQ(shell.Answer(), "dumping");
+    ASSERT_TRUE(Eventually([&probe] { return probe.GetStats().dumpsBusy == 2; }));
+    const auto dump = [&probe] { return WrittenText([&probe](int fd) { probe.Dump(fd, {}); }); };
+    ActAs(AID_MEDIA);
+    EXPECT_EQ(dump().rfind("Dump busy: ", 0), 0u);
+    ActAs(AID_ROOT);
+    EXPECT_NE(dump().find("Record Begin"), std::string::npos);
+    probe.Queue(Plain(Service::EVENT_LOG_MSG, 2, 3, "during a dump"));
+    EXPECT_TRUE(probe.Drain(mLog)) << "the worker goes on";
+    ExpectServed();
+    EXPECT_EQ(shell.Answer(), "quick 2");
+    EXPECT_EQ(shell.Finish(), 0);
+
+    ChildProcess denied(Peer({"dumps", kServiceName, "2001", "20"}));
+    ASSERT_EQ(denied.Answer(), "dumping");
+    EXPECT_EQ(denied.Answer(), "quick 20");
+    EXPECT_EQ(denied.Finish(), 0);
 }
 
 }  // namespace
