@@ -299,7 +299,7 @@ TEST_F(WriterStoreTest, AFullDiskIsCountedAndMadeGoodOnceThereIsRoomAsRoot) {
         GTEST_SKIP() << "a tiny tmpfs needs root";
     }
     ASSERT_EQ(0, mount("tmpfs", kDir, "tmpfs", 0, "size=64k")) << strerror(errno);
-    Overwrite("data/log/filler", std::string(128 << 10, 'x'));  // the disk full
+    Overwrite("data/log/filler", std::string(128 << 10, 'x'));  // more than fits
     std::unique_ptr<WriterStore> store;
     String8 held;
     {
