@@ -176,15 +176,12 @@ TEST_F(MonitorEntryPointsTest, DumpNeedsDebuggableAValidFdAndTheMediaUidOrThePer
                             DumpText(*s->mExceptionWriter) + DumpText(*s->mKpiWriter) +
                             DumpText(*s->mBigDataWriter);
     mLog.Clear();
-    const auto dump = [](const sp<MonitorHarness>& service) {
-        return WrittenText([&service](int fd) { EXPECT_EQ(service->Dump(fd, {}), NO_ERROR); });
-    };
     for (uid_t uid : {1013, 2000, 1000, 0}) {
         ActAs(uid);
-        EXPECT_EQ(dump(s), all) << uid;
+        EXPECT_EQ(DumpWith(*s, {}), all) << uid;
     }
     ActAs(1047, 321);
-    EXPECT_EQ(dump(s), "Permission Denial: can't Dump mediaMonitor from pid=321, uid=1047\n");
+    EXPECT_EQ(DumpWith(*s, {}), "Permission Denial: can't Dump mediaMonitor from pid=321, uid=1047\n");
     EXPECT_EQ(s->Dump(-1, {}), NO_ERROR);
     EXPECT_EQ(TakeServiceLines(), Lines({"5 VyMediaMonitorService Dump fd is invalid"}));
 
@@ -210,7 +207,7 @@ TEST_F(MonitorEntryPointsTest, DumpNeedsDebuggableAValidFdAndTheMediaUidOrThePer
 
     ScopedProperty notDebuggable("ro.media.debuggable", "false");
     sp<MonitorHarness> quiet = MakeService();
-    EXPECT_EQ(dump(quiet), "");
+    EXPECT_EQ(DumpWith(*quiet, {}), "");
     EXPECT_EQ(quiet->Dump(-1, {}), NO_ERROR);
     EXPECT_EQ(TakeServiceLines(), Lines());
 }

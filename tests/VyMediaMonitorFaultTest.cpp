@@ -1,7 +1,6 @@
 // The service when what it stands on fails: the reporting library absent,
-// lacking an entry point or slow; its record files or their folder removed
-// while it runs; a client killed in the middle of a call, or one that
-// connects and sends nothing.
+// lacking an entry point or slow; things planted at its record paths; a
+// client killed in the middle of a call; dumps into a pipe nobody reads.
 #include <errno.h>
 #include <signal.h>
 #include <stdlib.h>

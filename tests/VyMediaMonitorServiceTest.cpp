@@ -2,11 +2,11 @@
 // writer, the call capture and the service's shutdown, in process.
 #include <sys/stat.h>
 
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <filesystem>
 #include <fstream>
-#include <mutex>
+#include <future>
 #include <numeric>
 #include <string>
 #include <thread>
@@ -27,6 +27,7 @@ using Service = VyMediaMonitorService;
 namespace {
 
 constexpr char kTag[] = "Vymedia_monitor";
+constexpr auto kDeadline = std::chrono::seconds(30);
 
 // Each switch unset unless a test sets it, so the defaults hold.
 class ServiceTest : public ServiceFixture {};
@@ -279,33 +280,24 @@ TEST_F(ServiceTest, TheLastReferenceDroppedMidBatchLosesNothingQueued) {
     }
 }
 
-// A KPI writer whose upload waits until the test opens it: the worker stops
-// there, within a batch.
+// A KPI writer whose first upload waits until the test opens it: the worker
+// stops there, within a batch.
 class GatedKpiWriter : public MediaKpiWriter {
 public:
     using MediaKpiWriter::MediaKpiWriter;
+    std::promise<void> entered;
+    std::promise<void> open;
+
     bool DoSendMediaLog() override REQUIRES(mLock) {
-        std::unique_lock<std::mutex> lock(mGate);
-        mEntered = true;
-        mChanged.notify_all();
-        mChanged.wait_for(lock, std::chrono::seconds(30), [this] { return mOpen; });
+        if (!mEntered.exchange(true)) {
+            entered.set_value();
+            open.get_future().wait_for(kDeadline);
+        }
         return MediaKpiWriter::DoSendMediaLog();
-    }
-    bool WaitEntered() {
-        std::unique_lock<std::mutex> lock(mGate);
-        return mChanged.wait_for(lock, std::chrono::seconds(30), [this] { return mEntered; });
-    }
-    void Open() {
-        std::lock_guard<std::mutex> lock(mGate);
-        mOpen = true;
-        mChanged.notify_all();
     }
 
 private:
-    std::mutex mGate;
-    std::condition_variable mChanged;
-    bool mEntered = false;
-    bool mOpen = false;
+    std::atomic<bool> mEntered{false};
 };
 
 // What a kill loses must not show as dispatched: a batch's events count once
@@ -323,11 +315,11 @@ TEST_F(ServiceTest, EventsCountAsDispatchedOnlyOnceTheirBatchIsWrittenOut) {
     probe.Queue(Exception(914));
     probe.mDispatchLock.unlock();
     ASSERT_TRUE(parked);
-    const bool entered = kpi->WaitEntered();
+    const std::future_status entered = kpi->entered.get_future().wait_for(kDeadline);
     MonitorStats stats;
     probe.mLogSendThread->CopyStatsTo(&stats);
-    kpi->Open();
-    ASSERT_TRUE(entered);
+    kpi->open.set_value();
+    ASSERT_EQ(entered, std::future_status::ready);
     EXPECT_EQ(stats.dispatched, 1u);
     EXPECT_EQ(stats.inHand, 4u);
     EXPECT_EQ(stats.depth, 0u);

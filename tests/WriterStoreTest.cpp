@@ -1,7 +1,6 @@
 // The durable state of the writers: what a store reads back after a death at
 // any point of a write, damaged and planted files, and each writer's records
 // across a restart.
-#include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -28,6 +27,8 @@ using namespace android;
 namespace {
 
 constexpr char kDir[] = "data/log";
+const std::string kJournal = std::string(kDir) + "/vymm_w.journal";
+const std::string kSnapshot = std::string(kDir) + "/vymm_w.snapshot";
 
 // Counts the calls that change files; from call number `dieAt` on, the
 // "process" is dead: that call writes only half of its bytes (a torn write)
@@ -62,6 +63,10 @@ std::string Op(const std::string& text) {
     return op.Bytes();
 }
 
+void Overwrite(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
 void MakeStateDir() {
     ASSERT_EQ(0, mkdir("data", 0755));
     ASSERT_EQ(0, mkdir(kDir, 0755));
@@ -82,13 +87,10 @@ TEST_F(WriterStoreTest, CutAtEveryOffsetOfTheLastRecordLoadsThePrefix) {
         before = static_cast<off_t>(store.JournalBytes());
         ASSERT_TRUE(store.Append(Op("third")));
     }
-    const std::string path = std::string(kDir) + "/vymm_w.journal";
-    const std::string whole = ReadFile(path);
+    const std::string whole = ReadFile(kJournal);
     for (size_t cut = static_cast<size_t>(before); cut <= whole.size(); ++cut) {
         SCOPED_TRACE(cut);
-        const int fd = open(path.c_str(), O_WRONLY | O_TRUNC);
-        ASSERT_EQ(static_cast<ssize_t>(cut), write(fd, whole.data(), cut));
-        close(fd);
+        Overwrite(kJournal, whole.substr(0, cut));
         WriterStore store(kDir, "w");
         const WriterStore::Contents contents = store.Load();
         const bool whole_ = cut == whole.size();
@@ -109,21 +111,17 @@ TEST_F(WriterStoreTest, FlippedByteDropsTheDamagedRecordAndWhatFollows) {
         store.Load();
         ASSERT_TRUE(store.Append(Op("first") + Op("second") + Op("third")));
     }
-    const std::string path = std::string(kDir) + "/vymm_w.journal";
-    std::string bytes = ReadFile(path);
-    const size_t second = bytes.find("second");
-    bytes[second + 2] ^= 0x20;
-    const int fd = open(path.c_str(), O_WRONLY | O_TRUNC);
-    ASSERT_EQ(static_cast<ssize_t>(bytes.size()), write(fd, bytes.data(), bytes.size()));
-    close(fd);
+    std::string bytes = ReadFile(kJournal);
+    bytes[bytes.find("second") + 2] ^= 0x20;
+    Overwrite(kJournal, bytes);
     WriterStore store(kDir, "w");
     EXPECT_EQ(std::vector<std::string>{"first"}, store.Load().operations);
     EXPECT_EQ(1u, store.Counters().damaged.Get());
     // A death between a snapshot's rename and the journal's cut leaves the
     // older records: they are not replayed on top of the snapshot.
-    const std::string older = ReadFile(path);
+    const std::string older = ReadFile(kJournal);
     ASSERT_TRUE(store.WriteSnapshot("state"));
-    std::ofstream(path, std::ios::binary) << older;
+    Overwrite(kJournal, older);
     WriterStore after(kDir, "w");
     EXPECT_TRUE(after.Load().operations.empty());
     // zlib's checksum, so that any tool can check the files.
@@ -171,16 +169,10 @@ TEST_F(WriterStoreTest, DeathAtAnyStepOfASnapshotKeepsOldOrNewState) {
 }
 
 TEST_F(WriterStoreTest, PlantedAndForeignFilesAreNotTrusted) {
-    const std::string snapshot = std::string(kDir) + "/vymm_w.snapshot";
-    const std::string journal = std::string(kDir) + "/vymm_w.journal";
     // A link to a file of someone else's, and a FIFO that would hold a read.
-    {
-        const int fd = open("victim", O_WRONLY | O_CREAT, 0600);
-        ASSERT_EQ(6, write(fd, "victim", 6));
-        close(fd);
-    }
-    ASSERT_EQ(0, symlink("../../victim", snapshot.c_str()));
-    ASSERT_EQ(0, mkfifo(journal.c_str(), 0600));
+    Overwrite("victim", "victim");
+    ASSERT_EQ(0, symlink("../../victim", kSnapshot.c_str()));
+    ASSERT_EQ(0, mkfifo(kJournal.c_str(), 0600));
     {
         WriterStore store(kDir, "w");
         const WriterStore::Contents contents = store.Load();
@@ -190,23 +182,21 @@ TEST_F(WriterStoreTest, PlantedAndForeignFilesAreNotTrusted) {
     }
     EXPECT_EQ("victim", ReadFile("victim"));
     struct stat st;
-    ASSERT_EQ(0, lstat(journal.c_str(), &st));
+    ASSERT_EQ(0, lstat(kJournal.c_str(), &st));
     EXPECT_TRUE(S_ISREG(st.st_mode));
 
     // Another format version, and a snapshot past its bound: set aside.
-    std::string bytes = ReadFile(snapshot);
+    std::string bytes = ReadFile(kSnapshot);
     bytes[4] = 9;
     for (const std::string& planted :
          {bytes, WriterStore::FormatSnapshot(1, std::string(WriterStore::MAX_SNAPSHOT_BYTES + 1,
                                                             'x'))}) {
-        const int fd = open(snapshot.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        ASSERT_EQ(static_cast<ssize_t>(planted.size()), write(fd, planted.data(), planted.size()));
-        close(fd);
+        Overwrite(kSnapshot, planted);
         WriterStore store(kDir, "w");
         EXPECT_FALSE(store.Load().hasSnapshot);
         EXPECT_EQ(1u, store.Counters().damaged.Get());
-        EXPECT_EQ(planted, ReadFile(snapshot + ".bad"));
-        EXPECT_NE(0, access(snapshot.c_str(), F_OK));
+        EXPECT_EQ(planted, ReadFile(kSnapshot + ".bad"));
+        EXPECT_NE(0, access(kSnapshot.c_str(), F_OK));
     }
 }
 
@@ -309,13 +299,7 @@ TEST_F(WriterStoreTest, AFullDiskIsCountedAndMadeGoodOnceThereIsRoomAsRoot) {
         GTEST_SKIP() << "a tiny tmpfs needs root";
     }
     ASSERT_EQ(0, mount("tmpfs", kDir, "tmpfs", 0, "size=64k")) << strerror(errno);
-    {
-        const int fd = open("data/log/filler", O_WRONLY | O_CREAT, 0600);
-        const std::string block(4096, 'x');
-        while (write(fd, block.data(), block.size()) > 0) {
-        }
-        close(fd);
-    }
+    Overwrite("data/log/filler", std::string(128 << 10, 'x'));  // more than fits
     std::unique_ptr<WriterStore> store;
     String8 held;
     {

@@ -7,6 +7,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <algorithm>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -30,15 +31,11 @@ bool Fits(const vymm::Param& param, vymm::TypedArg::Type type) {
 bool WellFormed(const vymm::TraceStep& step) {
     switch (step.kind) {
         case vymm::TraceStep::CALL:
-            if (step.op == nullptr || step.args.size() != step.op->params.size()) {
-                return false;
-            }
-            for (size_t i = 0; i < step.args.size(); ++i) {
-                if (!Fits(step.op->params[i], step.args[i].type)) {
-                    return false;
-                }
-            }
-            return true;
+            return step.op != nullptr &&
+                   std::equal(step.op->params.begin(), step.op->params.end(), step.args.begin(),
+                              step.args.end(), [](const vymm::Param& param, const auto& arg) {
+                                  return Fits(param, arg.type);
+                              });
         case vymm::TraceStep::SLEEP:
             return step.sleepMs >= 0 && step.sleepMs <= vymm::kMaxSleepMs;
         case vymm::TraceStep::AS:
@@ -49,17 +46,11 @@ bool WellFormed(const vymm::TraceStep& step) {
 
 bool SameCall(const vymm::TraceStep& step, const vymm::Operation& op,
               const std::vector<vymm::TypedArg>& args) {
-    if (step.kind != vymm::TraceStep::CALL || step.op != &op || step.args.size() != args.size()) {
-        return false;
-    }
-    for (size_t i = 0; i < args.size(); ++i) {
-        const vymm::TypedArg& read = step.args[i];
-        if (read.type != args[i].type || read.number != args[i].number ||
-            read.text != args[i].text) {
-            return false;
-        }
-    }
-    return true;
+    return step.kind == vymm::TraceStep::CALL && step.op == &op &&
+           std::equal(args.begin(), args.end(), step.args.begin(), step.args.end(),
+                      [](const auto& x, const auto& y) {
+                          return x.type == y.type && x.number == y.number && x.text == y.text;
+                      });
 }
 
 void CheckRoundTrip(const vymm::Operation& op, const std::vector<vymm::TypedArg>& args) {

@@ -4,6 +4,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -31,15 +32,9 @@ std::vector<std::string> Words(const std::vector<vymm::TypedArg>& args) {
 }
 
 bool Same(const std::vector<vymm::TypedArg>& a, const std::vector<vymm::TypedArg>& b) {
-    if (a.size() != b.size()) {
-        return false;
-    }
-    for (size_t i = 0; i < a.size(); ++i) {
-        if (a[i].type != b[i].type || a[i].number != b[i].number || a[i].text != b[i].text) {
-            return false;
-        }
-    }
-    return true;
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const auto& x, const auto& y) {
+        return x.type == y.type && x.number == y.number && x.text == y.text;
+    });
 }
 
 }  // namespace

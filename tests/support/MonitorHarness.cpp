@@ -1,6 +1,9 @@
 #include "support/MonitorHarness.h"
 
+#include <algorithm>
+#include <initializer_list>
 #include <memory>
+#include <type_traits>
 
 #include <binder/IPCThreadState.h>
 #include <gtest/gtest.h>
@@ -37,28 +40,18 @@ Json::Value StatsOf(Service& service) {
 
 namespace {
 
-std::string Join(const std::vector<std::string>& parts) {
+// The numbers, or the texts pointed to, joined with ",".
+template <typename T>
+std::string Join(std::initializer_list<T> parts) {
     std::string joined;
-    for (size_t i = 0; i < parts.size(); ++i) {
-        joined += (i > 0 ? "," : "") + parts[i];
+    for (const T& part : parts) {
+        if constexpr (std::is_integral_v<T>) {
+            joined += "," + std::to_string(part);
+        } else {
+            joined += "," + std::string(part->c_str());
+        }
     }
-    return joined;
-}
-
-std::string Texts(std::initializer_list<const String8*> texts) {
-    std::vector<std::string> parts;
-    for (const String8* text : texts) {
-        parts.emplace_back(text->c_str());
-    }
-    return Join(parts);
-}
-
-std::string Numbers(std::initializer_list<int32_t> numbers) {
-    std::vector<std::string> parts;
-    for (const int32_t number : numbers) {
-        parts.push_back(std::to_string(number));
-    }
-    return Join(parts);
+    return joined.substr(std::min<size_t>(1, joined.size()));
 }
 
 std::string Describe(int32_t type, int32_t eventId, const std::string& texts,
@@ -72,18 +65,18 @@ std::string Describe(const sp<Service::LogSrvEvent>& event) {
     Service::LogSrvEvent* e = event.get();
     if (const auto* b = dynamic_cast<Service::BigDataEvent*>(e)) {
         return Describe(b->type, b->eventId,
-                        Texts({&b->subType, &b->extStr, &b->pkgName, &b->extStr2, &b->param}),
-                        Numbers({b->ext1, b->ext2, b->para1, b->para2, b->para3, b->para4}));
+                        Join({&b->subType, &b->extStr, &b->pkgName, &b->extStr2, &b->param}),
+                        Join({b->ext1, b->ext2, b->para1, b->para2, b->para3, b->para4}));
     }
     if (const auto* x = dynamic_cast<Service::ExceptionEvent*>(e)) {
-        return Describe(x->type, x->eventId, Texts({&x->reason, &x->callingApp, &x->paraChar}),
-                        Numbers({x->pid, x->eventLevel, x->subType, x->paraInt,
+        return Describe(x->type, x->eventId, Join({&x->reason, &x->callingApp, &x->paraChar}),
+                        Join({x->pid, x->eventLevel, x->subType, x->paraInt,
                               x->associatedEventId}));
     }
     if (const auto* k = dynamic_cast<Service::KpiEvent*>(e)) {
         return Describe(k->type, 0, k->kpis.c_str(), "");
     }
-    return Describe(e->type, 0, e->msg.c_str(), Numbers({e->pid, e->prior, e->subType}));
+    return Describe(e->type, 0, e->msg.c_str(), Join({e->pid, e->prior, e->subType}));
 }
 
 MonitorHarness::MonitorHarness() {

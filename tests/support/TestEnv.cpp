@@ -2,6 +2,7 @@
 
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -39,11 +40,7 @@ TempWorkDir::~TempWorkDir() {
 }
 
 ScopedBinderDir::ScopedBinderDir() : mPath(MakeTempDir("vymm-binder-")) {
-    std::filesystem::permissions(mPath, std::filesystem::perms::owner_all |
-                                                std::filesystem::perms::group_read |
-                                                std::filesystem::perms::group_exec |
-                                                std::filesystem::perms::others_read |
-                                                std::filesystem::perms::others_exec);
+    chmod(mPath.c_str(), 0755);
     setenv("HOST_BINDER_DIR", mPath.c_str(), 1);
 }
 
