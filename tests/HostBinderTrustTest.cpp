@@ -64,6 +64,8 @@ TEST(RuntimeFolderTest, RefusesAnotherUsersFolderAndTakesRootsStickyOneAsRoot) {
     // As /tmp: all may add entries, none remove or rename those of others.
     ASSERT_EQ(mkdir((top + "/shared").c_str(), 0755), 0);
     ASSERT_EQ(chmod((top + "/shared").c_str(), 01777), 0);
+    // Sticky is safe only above it: in the folder itself anyone may add a name.
+    ExpectRefused(top + "/shared", top + "/shared is writable by others");
     setenv("HOST_BINDER_DIR", (top + "/shared/rt").c_str(), 1);
     EXPECT_EQ(defaultServiceManager()->addService(String16("svc"), new BBinder), NO_ERROR);
 }
