@@ -332,7 +332,9 @@ TEST_F(MonitorEntryPointsTest, StatsArgumentsPassTheDumpsChecksAndOnlyTheirOwnWo
     }
     EXPECT_EQ(StatsOf(*s)["writers"]["exception"]["refused"], writer["refused"]);
     ActAs(1013);
-    EXPECT_EQ(DumpWith(*s, {"--stats", "-a"}), DumpWith(*s, {"--stats"}));
+    // The heading's clock may tick between the two dumps.
+    const auto body = [](const std::string& text) { return text.substr(text.find('\n')); };
+    EXPECT_EQ(body(DumpWith(*s, {"--stats", "-a"})), body(DumpWith(*s, {"--stats"})));
     EXPECT_EQ(DumpWith(*s, {"--reset-stats"}), "statistics reset\n");
     EXPECT_EQ(StatsOf(*s)["writers"]["exception"]["refused"]["cap"].asInt(), 0);
     for (const auto& words :
