@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <future>
 #include <string>
@@ -231,6 +232,42 @@ TEST(FrameReaderTest, ReadsManyFramesAtOnceKeepingCutFramesAndDescriptorsWhole) 
     next(4, 0);
     next(5, 1);
     EXPECT_EQ(reader.Read(server.get()), FrameReader::NEED_MORE);
+}
+
+// A frame's pieces must all come from one sender: a piece sent as another
+// uid, even by the same process, drops the frame.
+TEST(FrameReaderTest, APieceSentAsAnotherUidDropsTheFrameAsRoot) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "sending as another uid needs root";
+    }
+    int pair[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, pair), 0);
+    const base::unique_fd client(pair[0]);
+    const base::unique_fd server(pair[1]);
+    ASSERT_TRUE(HostWire::PassCredentials(server.get()));
+    const std::vector<uint8_t> bytes = HostWire::EncodeFrame(1, 0, Parcel());
+    const auto sendAs = [&client](uid_t uid, const uint8_t* data, size_t size) {
+        const ucred sender = {getpid(), uid, getgid()};
+        alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred))] = {};
+        iovec iov = {const_cast<uint8_t*>(data), size};
+        msghdr msg = {};
+        msg.msg_iov = &iov;
+        msg.msg_iovlen = 1;
+        msg.msg_control = control;
+        msg.msg_controllen = sizeof(control);
+        cmsghdr* cmsg = CMSG_FIRSTHDR(&msg);
+        cmsg->cmsg_level = SOL_SOCKET;
+        cmsg->cmsg_type = SCM_CREDENTIALS;
+        cmsg->cmsg_len = CMSG_LEN(sizeof(ucred));
+        memcpy(CMSG_DATA(cmsg), &sender, sizeof(sender));
+        return sendmsg(client.get(), &msg, 0) == static_cast<ssize_t>(size);
+    };
+    FrameReader reader(MAX_FRAME_FDS);
+    ASSERT_TRUE(sendAs(getuid(), bytes.data(), 4));
+    EXPECT_EQ(reader.Read(server.get()), FrameReader::NEED_MORE);
+    ASSERT_TRUE(sendAs(getuid() + 1234, bytes.data() + 4, bytes.size() - 4));
+    EXPECT_EQ(reader.Read(server.get()), FrameReader::BAD);
+    EXPECT_EQ(reader.GetFault(), FrameReader::CREDENTIALS_CHANGED);
 }
 
 }  // namespace
