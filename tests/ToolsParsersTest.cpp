@@ -117,7 +117,8 @@ TEST(ToolsParsersTest, TraceErrorsNameTheirLine) {
     EXPECT_EQ(TraceError("as\n").rfind("t.trace:1: expected: as UID", 0), 0u);
     EXPECT_EQ(TraceError("as 4294967295\n").rfind("t.trace:1: ", 0), 0u);
     EXPECT_EQ(TraceError("as 0\nWriteKpis s8 \"open\n"), "t.trace:2: unclosed quote");
-    EXPECT_EQ(TraceError("WriteKpis s8 \"a\"b\n").rfind("t.trace:1: ", 0), 0u);
+    EXPECT_EQ(TraceError("WriteKpis s8 \"a\"b\n").rfind("t.trace:1: a quoted word must end", 0),
+              0u);
     EXPECT_EQ(TraceError("WriteKpis s8 \"\\q\"\n").rfind("t.trace:1: unknown escape", 0), 0u);
 }
 
