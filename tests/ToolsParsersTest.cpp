@@ -159,6 +159,7 @@ TEST(ToolsParsersTest, TheLiveViewShowsRatesOfCountsOnlyOnOneScreen) {
     now["operations"][6]["calls"] = 50;
     now["operations"][0]["refused"] = 4;
     now["queue"]["depth"] = 0;
+    now["queue"]["limit"] = "512";  // neither a missing number nor a text throws
     now["queue"]["dropped"]["queue_full"] = 6;
     now["worker"]["dispatched"] = 180;
     now["writers"]["kpi"]["present"] = false;
