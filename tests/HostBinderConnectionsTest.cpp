@@ -120,11 +120,14 @@ TEST_F(BinderConnectionsTest, OneWayCallsNeverWaitAndASlowCallHoldsUpNoOtherClie
     const base::unique_fd other = RawConnect(mDir.path(), kName);
     ASSERT_TRUE(SendHeader(other.get(), Request(IBinder::PING_TRANSACTION)));
     EXPECT_EQ(ReadReply(other.get()), "0");
-    // A two-way call returns once the one-way calls sent before it ran:
-    // every one that was sent, none cut short.
+    // Calls made while the queue is written out wait behind it, and a
+    // two-way call returns once the one-way calls sent before it ran: every
+    // one that was sent, in order, none cut short.
     mEcho->SetOpen(true);
+    const CallsResult more = ChildProcess::ParseCalls(client.Ask("oneway 20000"));
     EXPECT_EQ(client.Calls(1).answered, 1);
-    EXPECT_EQ(mEcho->Answered(), oneway.answered + 1);
+    EXPECT_EQ(mEcho->Answered(), oneway.answered + more.answered + 1);
+    EXPECT_EQ(mEcho->OutOfOrder(), 0);
 }
 
 TEST_F(BinderConnectionsTest, AFloodOnManyConnectionsTakesTurnsWithOtherClientsOfAnyUid) {

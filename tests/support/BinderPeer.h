@@ -64,6 +64,10 @@ public:
         std::lock_guard<std::mutex> lock(mMutex);
         return mAnswered;
     }
+    int OutOfOrder() const {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mOutOfOrder;
+    }
 
 protected:
     android::status_t onTransact(uint32_t code, const android::Parcel& data,

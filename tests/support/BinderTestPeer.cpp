@@ -81,12 +81,19 @@ std::string Calls(const sp<IBinder>& binder, int count) {
 }
 
 // One-way calls until count went or one failed: "sent failure -1 -1".
+// Numbered across commands, so that the service sees any call overtaking
+// another.
 std::string OnewayCalls(const sp<IBinder>& binder, int count) {
+    static int32_t next = 1;
     int sent = 0;
     status_t status = NO_ERROR;
-    while (sent < count &&
-           (status = binder->transact(EchoBinder::ECHO, Parcel(), nullptr,
-                                      IBinder::FLAG_ONEWAY)) == NO_ERROR) {
+    while (sent < count && (status = [&] {
+                               Parcel data;
+                               data.writeInt32(next);
+                               return binder->transact(EchoBinder::ECHO, data, nullptr,
+                                                       IBinder::FLAG_ONEWAY);
+                           }()) == NO_ERROR) {
+        ++next;
         ++sent;
     }
     return std::to_string(sent) + " " + std::to_string(status) + " -1 -1";
