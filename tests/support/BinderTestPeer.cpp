@@ -87,12 +87,13 @@ std::string OnewayCalls(const sp<IBinder>& binder, int count) {
     static int32_t next = 1;
     int sent = 0;
     status_t status = NO_ERROR;
-    while (sent < count && (status = [&] {
-                               Parcel data;
-                               data.writeInt32(next);
-                               return binder->transact(EchoBinder::ECHO, data, nullptr,
-                                                       IBinder::FLAG_ONEWAY);
-                           }()) == NO_ERROR) {
+    while (sent < count) {
+        Parcel data;
+        data.writeInt32(next);
+        status = binder->transact(EchoBinder::ECHO, data, nullptr, IBinder::FLAG_ONEWAY);
+        if (status != NO_ERROR) {
+            break;
+        }
         ++next;
         ++sent;
     }
