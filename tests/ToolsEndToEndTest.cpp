@@ -1,36 +1,27 @@
 // vymm-host and vymm as a user runs them: a host in a temporary root with
 // its own runtime folder, a trace replayed into it, its dump, SIGTERM, and
 // what it recorded and uploaded. Every wait has a deadline.
-#include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/inotify.h>
-#include <sys/socket.h>
-#include <sys/time.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <regex>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <IVyMediaMonitorService.h>
-#include <android-base/unique_fd.h>
 #include <binder/IServiceManager.h>
 #include <binder/Parcel.h>
 #include <gtest/gtest.h>
 #include <json/reader.h>
-
-#include "Wire.h"
 
 #include "support/ChildProcess.h"
 #include "support/TestEnv.h"
@@ -153,84 +144,6 @@ std::string UploadsOfAHostReplaying(const std::string& root, const std::string& 
 
 android::sp<android::IVyMediaMonitorService> Service() {
     return android::interface_cast<android::IVyMediaMonitorService>(vymm::FindService(0));
-}
-
-// The frame that a proxy sends for one call of a second of usb, taken by a
-// listener standing in for the host.
-std::vector<uint8_t> UsbCallFrame() {
-    ScopedBinderDir dir;
-    const std::string path = dir.path() + "/" + vymm::kServiceName;
-    android::base::unique_fd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un addr = {};
-    addr.sun_family = AF_UNIX;
-    memcpy(addr.sun_path, path.c_str(), path.size() + 1);
-    EXPECT_EQ(bind(listener.get(), reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)), 0);
-    EXPECT_EQ(listen(listener.get(), 1), 0);
-    Service()->WriteBigData(916600040, "usb", 0, 1);
-    // The look-up's connection comes first, empty; the call's next.
-    android::base::unique_fd conn;
-    android::FrameHeader header = {};
-    for (int i = 0; i < 2 && header.magic != android::FRAME_MAGIC; ++i) {
-        conn.reset(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
-        recv(conn.get(), &header, sizeof(header), MSG_WAITALL);
-    }
-    std::vector<uint8_t> frame(sizeof(header) + header.dataSize);
-    memcpy(frame.data(), &header, sizeof(header));
-    EXPECT_EQ(recv(conn.get(), frame.data() + sizeof(header), header.dataSize, MSG_WAITALL),
-              static_cast<ssize_t>(header.dataSize));
-    return frame;
-}
-
-TEST(ToolsEndToEndTest, AFloodThatNeverStopsDoesNotHoldUpSigterm) {
-    constexpr int kConnections = 40;
-    constexpr int kCallsPerSend = 64;
-    const std::vector<uint8_t> call = UsbCallFrame();
-    // Many calls a write, more than the host reads one by one.
-    std::vector<uint8_t> calls;
-    for (int i = 0; i < kCallsPerSend; ++i) {
-        calls.insert(calls.end(), call.begin(), call.end());
-    }
-    TempWorkDir dir;
-    ScopedBinderDir binderDir;
-    const std::string events = dir.path() + "/events.jsonl";
-    setenv("VEXEL_EVENT_LOG", events.c_str(), 1);
-    const std::unique_ptr<ChildProcess> host =
-            StartHost({"--root", dir.path(), "-p", "ro.media.debuggable=true", "-p",
-                       "ro.media.bdflow=1"});
-    // Each connection writes calls until the host shuts it (or the test
-    // gives up on the host).
-    std::atomic<int> sent{0};
-    std::atomic<bool> flooding{true};
-    std::vector<std::thread> flood;
-    for (int i = 0; i < kConnections; ++i) {
-        flood.emplace_back([&] {
-            android::base::unique_fd conn(android::HostWire::Connect(
-                    binderDir.path() + "/" + vymm::kServiceName));
-            const timeval recheck = {0, 100000};
-            setsockopt(conn.get(), SOL_SOCKET, SO_SNDTIMEO, &recheck, sizeof(recheck));
-            while (flooding) {
-                const ssize_t n = send(conn.get(), calls.data(), calls.size(), MSG_NOSIGNAL);
-                if (n == static_cast<ssize_t>(calls.size())) {
-                    sent += kCallsPerSend;
-                } else if (n < 0 && errno != EAGAIN) {
-                    break;
-                }
-            }
-        });
-    }
-    const auto started = std::chrono::steady_clock::now();
-    while (sent < 20000 && std::chrono::steady_clock::now() - started < std::chrono::seconds(20)) {
-        std::this_thread::yield();
-    }
-    const auto signalled = std::chrono::steady_clock::now();
-    StopHost(*host);
-    EXPECT_LT(std::chrono::steady_clock::now() - signalled, std::chrono::seconds(20));
-    flooding = false;
-    for (std::thread& thread : flood) {
-        thread.join();
-    }
-    EXPECT_TRUE(std::regex_search(Uploads(events), std::regex("916600040 DURATION=[1-9]")))
-            << "the shutdown uploads";
 }
 
 // The values one counter of the trace took, in order.

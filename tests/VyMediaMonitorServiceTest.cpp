@@ -334,41 +334,4 @@ TEST_F(ServiceTest, TheShutdownDispatchesWhatIsStillQueued) {
     EXPECT_EQ(UploadsOf(mEvents.Lines(), 904).size(), 1u);
 }
 
-// Each cycle's exception reaches its writer first. Odd cycles then stop with
-// events queued and the worker inside a dispatch; even ones with the worker
-// in its timed wait. Every shutdown uploads what the exception writer holds.
-TEST_F(ServiceTest, StartStopCyclesNeverHangLeakOrLoseWhatTheWritersHold) {
-    constexpr int kCycles = 200;
-    constexpr int32_t kFirstId = 5000000;
-    ScopedProperty flow("ro.media.bdflow", "1");
-    ScopedProperty count("ro.media.bdcount", "1");
-    fs::create_directories("data/log");
-    const size_t fds = CountOpenFiles();
-    RunWithDeadline(std::chrono::seconds(120), [this] {
-        for (int cycle = 0; cycle < kCycles; ++cycle) {
-            sp<ServiceProbe> probe = new ServiceProbe;
-            probe->Queue(Exception(kFirstId + cycle));
-            ASSERT_TRUE(probe->Drain(mLog)) << cycle;
-            if (cycle % 2 == 0) {
-                continue;
-            }
-            Mutex& dispatch = probe->mDispatchLock;
-            dispatch.lock();
-            probe->Queue(Plain(3000000));
-            const bool parked = probe->WorkerTookQueue();
-            for (int i = 1; i < 20; ++i) {
-                probe->Queue(Plain(3000000 + i));
-            }
-            ReleaseWhileDispatchHeld(dispatch, &probe);
-            ASSERT_TRUE(parked) << cycle;
-        }
-    });
-    EXPECT_TRUE(Eventually([] { return CountThreads("mediaLogSend") == 0; }));
-    EXPECT_EQ(CountOpenFiles(), fds);
-    const std::vector<std::string> events = mEvents.Lines();
-    for (int cycle = 0; cycle < kCycles; ++cycle) {
-        EXPECT_EQ(UploadsOf(events, kFirstId + cycle).size(), 1u) << cycle;
-    }
-}
-
 }  // namespace
