@@ -176,7 +176,7 @@ protected:
 
     // A client of a few calls gets through.
     void ExpectServed() {
-        ChildProcess client(Peer({"load", kServiceName, "-", "1", "16"}));
+        ChildProcess client(Peer({"calls", kServiceName, "-", "8"}));
         EXPECT_EQ(client.Finish(), 0) << client.output();
         EXPECT_TRUE(mService->Drain(mLog));
     }

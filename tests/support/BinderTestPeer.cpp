@@ -6,9 +6,8 @@
 //     operations, then MonitorVolumeIndex(thread, call, 0) 50 times on each
 //     of 4 threads, then dumps with "-a" "x y" to standard output and to a
 //     pipe whose reader is closed, printing that dump's status
-//   binder_test_peer load SERVICE USER THREADS CALLS
-//     makes CALLS calls of the load mix from THREADS threads as USER and
-//     prints how many of each kind it made, one "kind count" line each
+//   binder_test_peer calls SERVICE USER COUNT
+//     as USER, makes COUNT exception reports and COUNT volume changes
 //   binder_test_peer stall SERVICE
 //     prints its pid, then dumps the service to a socket it never reads; the
 //     test kills it in the middle of that call
@@ -25,7 +24,6 @@
 #include <sys/prctl.h>
 #include <sys/socket.h>
 
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <iostream>
@@ -38,7 +36,6 @@
 #include <binder/ProcessState.h>
 
 #include "support/BinderPeer.h"
-#include "support/LoadMix.h"
 #include "support/RecordingMonitorService.h"
 
 using namespace android;
@@ -117,8 +114,6 @@ bool BecomeUser(const char* user) {
     return true;
 }
 
-constexpr int kCallsPerPing = 256;
-
 // The proxy and the runtime warn about each call that did not go through.
 std::atomic<int> gWarnings{0};
 
@@ -160,35 +155,14 @@ int Client(const sp<IBinder>& binder) {
     return binder->isBinderAlive() ? 0 : 1;
 }
 
-int Load(const sp<IBinder>& binder, int threads, int calls) {
+// count exception reports and volume changes, then a two-way ping behind them.
+int FewCalls(const sp<IBinder>& binder, int calls) {
     const sp<IVyMediaMonitorService> service = interface_cast<IVyMediaMonitorService>(binder);
-    std::vector<std::array<long, LOAD_KINDS>> made(threads);
-    std::vector<std::thread> workers;
-    for (int t = 0; t < threads; ++t) {
-        made[t].fill(0);
-        workers.emplace_back([&binder, &service, &made, threads, calls, t] {
-            for (int call = t; call < calls; call += threads) {
-                // A one-way call fails rather than wait for a service that
-                // is behind: the two-way ping waits for it now and then.
-                if (call % kCallsPerPing == t) {
-                    binder->pingBinder();
-                }
-                ++made[t][MakeMixedCall(service.get(), t, call)];
-            }
-        });
+    for (int call = 0; call < calls; ++call) {
+        service->WriteLogMsg(916000101, 1, 0, String8("timeout"), String8("calls"));
+        service->MonitorVolumeIndex(1, call % 10, 1);
     }
-    for (std::thread& worker : workers) {
-        worker.join();
-    }
-    binder->pingBinder();
-    for (int kind = 0; kind < LOAD_KINDS; ++kind) {
-        long total = 0;
-        for (const auto& counts : made) {
-            total += counts[kind];
-        }
-        printf("%s %ld\n", kLoadKindNames[kind], total);
-    }
-    return gWarnings == 0 && binder->isBinderAlive() ? 0 : 1;
+    return gWarnings == 0 && binder->pingBinder() == NO_ERROR ? 0 : 1;
 }
 
 int Stall(const sp<IBinder>& binder) {
@@ -233,9 +207,9 @@ int Dumps(const sp<IBinder>& binder, int count) {
 int RunProgram(int argc, char** argv) {
     const std::string program = argv[1];
     const bool client = argc == 4 && program == "client";
-    const bool load = argc == 6 && program == "load";
+    const bool calls = argc == 5 && program == "calls";
     const bool dumps = argc == 5 && program == "dumps";
-    if (!client && !load && !dumps && !(argc == 3 && program == "stall")) {
+    if (!client && !calls && !dumps && !(argc == 3 && program == "stall")) {
         return 2;
     }
     __android_log_set_logger(CountWarnings);
@@ -252,7 +226,7 @@ int RunProgram(int argc, char** argv) {
     if (dumps) {
         return Dumps(binder, atoi(argv[4]));
     }
-    return load ? Load(binder, std::max(1, atoi(argv[4])), atoi(argv[5])) : Stall(binder);
+    return calls ? FewCalls(binder, atoi(argv[4])) : Stall(binder);
 }
 
 }  // namespace
