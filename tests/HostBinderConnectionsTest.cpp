@@ -92,21 +92,6 @@ TEST_F(BinderConnectionsTest, IdleClientsDoNotLockOutANewOne) {
     }
 }
 
-// Kept for calls queued beyond the pool's threads, which no single-line fault models.
-TEST_F(BinderConnectionsTest, CallsBeyondTheBoundWaitTheirTurn) {
-    ChildProcess client(Peer());
-    ASSERT_EQ(client.Ask("get echo"), "ok");
-    mEcho->SetOpen(false);
-    client.Send("calls 80");
-    // The pool's threads at the gate, the other calls queued, the rest of
-    // the connections not yet accepted.
-    EXPECT_TRUE(mLog.WaitForContaining(kTag, "connections hold calls: new ones wait"));
-    mEcho->SetOpen(true);
-    const CallsResult calls = ChildProcess::ParseCalls(client.Answer());
-    EXPECT_EQ(calls.answered, 80);
-    EXPECT_EQ(calls.failure, NO_ERROR);
-}
-
 TEST_F(BinderConnectionsTest, OneWayCallsNeverWaitAndASlowCallHoldsUpNoOtherClient) {
     ChildProcess client(Peer());
     ASSERT_EQ(client.Ask("get echo"), "ok");

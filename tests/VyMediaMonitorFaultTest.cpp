@@ -1,6 +1,6 @@
-// The service when what it stands on fails: a slow reporting library; things
-// planted at its record paths; a client killed in the middle of a call; dumps
-// into a pipe nobody reads.
+// The service when what it stands on fails: things planted at its record
+// paths; a client killed in the middle of a call; dumps into a pipe nobody
+// reads.
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -12,14 +12,10 @@
 #include <fstream>
 #include <future>
 #include <string>
-#include <thread>
-#include <vector>
 
-#include <android-base/unique_fd.h>
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 #include <private/android_filesystem_config.h>
 
 #include "support/ChildProcess.h"
@@ -34,60 +30,7 @@ namespace {
 
 constexpr auto kDeadline = std::chrono::seconds(60);
 
-// The exception writer sent one event of eventId, for calls in all.
-bool UploadedOnce(const std::vector<std::string>& lines, int eventId, long calls) {
-    const std::vector<std::string> uploads = UploadsOf(lines, eventId);
-    return uploads.size() == 1 && IntParam(uploads[0], "Count") == calls;
-}
-
-class ServiceFaultTest : public ServiceFixture {
-protected:
-    // Holds exceptions 901 and 902, uploads them with a forced send while
-    // threads queue 400 reports of 903, one in four with bytes that are not
-    // UTF-8, then stops: shutdown uploads 903. Returns the event log, each
-    // line valid JSON, or fails the test on a hang.
-    std::vector<std::string> UploadThroughTheLibrary() {
-        const size_t fds = CountOpenFiles();
-        RunWithDeadline(kDeadline, [this] {
-            ServiceProbe& probe = Start();
-            probe.Queue(Exception(901));
-            probe.Queue(Exception(902));
-            probe.Queue(Plain(Service::EVENT_FORCE_SEND));
-            std::vector<std::thread> callers;
-            for (int t = 0; t < 4; ++t) {
-                callers.emplace_back([&probe, t] {
-                    const String8 app(t == 0 ? "app\xff\xc3(\x01" : "app");
-                    for (int i = 0; i < 100; ++i) {
-                        probe.WriteLogMsg(903, 1, 2, String8("late"), app);
-                    }
-                });
-            }
-            for (std::thread& caller : callers) {
-                caller.join();
-            }
-            ASSERT_TRUE(probe.Drain(mLog));
-            Stop();
-        });
-        EXPECT_EQ(CountOpenFiles(), fds);
-        EXPECT_EQ(mLog.CountContaining("Vymedia_monitor", "eventQueue full"), 0u);
-        const std::vector<std::string> lines = mEvents.Lines();
-        for (const std::string& line : lines) {
-            EXPECT_TRUE(nlohmann::json::accept(line)) << line;
-        }
-        return lines;
-    }
-};
-
-// Kept for callers racing a slow upload, which no single-line fault models.
-// Each send takes 50 ms: the callers queue while the worker uploads.
-TEST_F(ServiceFaultTest, ASlowReportingLibraryLosesNothing) {
-    setenv("VEXEL_SEND_DELAY_US", "50000", 1);
-    const std::vector<std::string> events = UploadThroughTheLibrary();
-    unsetenv("VEXEL_SEND_DELAY_US");
-    EXPECT_TRUE(UploadedOnce(events, 901, 1));
-    EXPECT_TRUE(UploadedOnce(events, 902, 1));
-    EXPECT_TRUE(UploadedOnce(events, 903, 400));
-}
+using ServiceFaultTest = ServiceFixture;
 
 // The most memory the process has held, in KiB.
 long PeakMemoryKiB() {
