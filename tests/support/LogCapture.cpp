@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <condition_variable>
-#include <functional>
 #include <mutex>
 
 #include <android/log.h>
@@ -32,13 +31,6 @@ void CaptureLine(const struct __android_logger_data* data, const char* message) 
     if (getenv("VYMM_TEST_LOG") != nullptr) {
         __android_log_stderr_logger(data, message);
     }
-}
-
-bool WaitForLine(const std::function<bool(const LogLine&)>& matches,
-                 std::chrono::milliseconds timeout) {
-    std::unique_lock<std::mutex> lock(gMutex);
-    return gLineAdded.wait_for(lock, timeout,
-                               [&] { return std::any_of(gLines.begin(), gLines.end(), matches); });
 }
 
 }  // namespace
@@ -72,14 +64,12 @@ size_t LogCapture::CountContaining(const std::string& tag, const std::string& te
 
 bool LogCapture::WaitFor(const std::string& tag, const std::string& message,
                          std::chrono::milliseconds timeout) const {
-    return WaitForLine(
-            [&](const LogLine& line) { return line.tag == tag && line.message == message; },
-            timeout);
-}
-
-bool LogCapture::WaitForContaining(const std::string& tag, const std::string& text,
-                                   std::chrono::milliseconds timeout) const {
-    return WaitForLine([&](const LogLine& line) { return HasText(line, tag, text); }, timeout);
+    std::unique_lock<std::mutex> lock(gMutex);
+    return gLineAdded.wait_for(lock, timeout, [&] {
+        return std::any_of(gLines.begin(), gLines.end(), [&](const LogLine& line) {
+            return line.tag == tag && line.message == message;
+        });
+    });
 }
 
 void LogCapture::Clear() {

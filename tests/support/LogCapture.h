@@ -26,12 +26,10 @@ public:
     }
     // Lines of this tag whose message contains text.
     size_t CountContaining(const std::string& tag, const std::string& text) const;
-    // Wait until a line of this tag with exactly this message, or one that
-    // contains text, is captured; false when timeout passes first.
+    // Wait until a line of this tag with exactly this message is captured;
+    // false when timeout passes first.
     bool WaitFor(const std::string& tag, const std::string& message,
                  std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
-    bool WaitForContaining(const std::string& tag, const std::string& text,
-                           std::chrono::milliseconds timeout = std::chrono::seconds(20)) const;
     void Clear();
     // All captured lines, one per line, for failure messages.
     std::string ToString() const;
