@@ -240,6 +240,7 @@ void Fill(MediaBDFlowWriter* w, int round) {
 void Fill(MediaBDCountWriter* w, int round) {
     w->WriteBigDataMsg(getpid(), 5 + round);
     w->WriteBigDataMsg(-1, 2);
+    w->WriteBigDataMsg(-1, 2);  // a snapshot holds a count above one
 }
 
 using Writers = ::testing::Types<MediaExceptionLogWriter, MediaExceptionWriter,
