@@ -21,7 +21,6 @@
 
 #include "BinderPool.h"
 #include "support/BinderPeer.h"
-#include "support/LogCapture.h"
 #include "support/TestEnv.h"
 
 using namespace android;
@@ -29,11 +28,10 @@ using namespace android;
 namespace {
 
 // An echo service published as "echo" in a fresh runtime folder and served
-// by this process's pool for the test, with its log captured.
+// by this process's pool for the test.
 class BinderConnectionsTest : public ::testing::Test {
 protected:
     static constexpr char kName[] = "echo";
-    static constexpr char kTag[] = "HostBinder";
 
     void SetUp() override {
         ASSERT_EQ(android::defaultServiceManager()->addService(android::String16(kName), mEcho),
@@ -46,7 +44,6 @@ protected:
     }
 
     ScopedBinderDir mDir;
-    LogCapture mLog;
     const android::sp<EchoBinder> mEcho = new EchoBinder;
 };
 
