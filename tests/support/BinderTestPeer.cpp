@@ -155,7 +155,8 @@ int Client(const sp<IBinder>& binder) {
     return binder->isBinderAlive() ? 0 : 1;
 }
 
-// count exception reports and volume changes, then a two-way ping behind them.
+// Makes count exception reports and volume changes, then a two-way ping that
+// waits behind them.
 int FewCalls(const sp<IBinder>& binder, int calls) {
     const sp<IVyMediaMonitorService> service = interface_cast<IVyMediaMonitorService>(binder);
     for (int call = 0; call < calls; ++call) {
